@@ -1,0 +1,40 @@
+#pragma once
+
+#include <QProcessEnvironment>
+#include <QSize>
+#include <QString>
+#include <QStringList>
+
+// What the command line and the environment ask for.
+struct LaunchOptions
+{
+    static inline const QString kDefaultMessagesDirectory =
+        QStringLiteral("/var/mobile/Library/Preferences/net.zorvath.vantrel/Messages");
+
+    QString messagesDirectory {kDefaultMessagesDirectory};
+    QString contactsPath; // empty: the address book's own default sources
+    bool demo {false};
+    QSize windowSize; // invalid: the phone's screen
+    QString screenshotPath;
+};
+
+struct CommandLine
+{
+    enum class Action
+    {
+        Run,
+        ShowHelp,
+        ShowVersion,
+        Fail
+    };
+
+    Action action {Action::Run};
+    LaunchOptions options;
+    QString error; // one line naming the bad option or value, when action is Fail
+
+    // arguments include the program name first. VANTREL_MESSAGES_DIR and VANTREL_CONTACTS do
+    // what --messages-dir and --contacts do; an option wins over its variable. Qt's own
+    // single-dash options (-platform NAME ...) are left for Qt.
+    static CommandLine parse(const QStringList &arguments, const QProcessEnvironment &environment);
+    static QString helpText();
+};

@@ -1,0 +1,161 @@
+#include "VantrelApplication.h"
+
+#include "RootViewController.h"
+#include "list/TableController.h"
+#include "platform/AudioSession.h"
+#include "platform/Device.h"
+#include "platform/LauncherBadge.h"
+#include "platform/NotifyCenter.h"
+#include "platform/Screen.h"
+#include "playback/VantrelPlayer.h"
+
+#include <QEvent>
+#include <QVBoxLayout>
+#include <QWindow>
+
+namespace {
+const QColor kDarkBackground {28, 28, 30};
+}
+
+VantrelApplication::VantrelApplication(int &argc, char **argv) : QApplication(argc, argv)
+{
+    setApplicationName(QStringLiteral("vantrel"));
+    setApplicationDisplayName(QStringLiteral("Vantrel Plus"));
+    setDesktopFileName(QStringLiteral("net.zorvath.vantrel"));
+    setOrganizationDomain(QStringLiteral("zorvath.net"));
+    setApplicationVersion(QStringLiteral(VANTREL_VERSION));
+    connect(this, &QGuiApplication::applicationStateChanged, this,
+            &VantrelApplication::applicationStateDidChange);
+}
+
+VantrelApplication::~VantrelApplication() = default;
+
+VantrelApplication *VantrelApplication::sharedApplication()
+{
+    return qobject_cast<VantrelApplication *>(QCoreApplication::instance());
+}
+
+void VantrelApplication::applicationDidFinishLaunching()
+{
+    // 1. Tell the recording side at once; the list does not exist yet, so leaving edit mode
+    //    does nothing.
+    appBecameForeground();
+
+    // 2.
+    connect(this, &VantrelApplication::willEnterForeground, this,
+            &VantrelApplication::appBecameForeground);
+
+    // 3. and 4. The full-screen window, see-through where a compositor draws it.
+    _window = std::make_unique<QWidget>();
+    _window->setWindowTitle(QStringLiteral("Vantrel Plus"));
+    _window->setObjectName(QStringLiteral("VantrelWindow"));
+    _window->setFixedSize(Screen::mainScreenBounds().size()); // portrait, never rotated
+    applyBackgroundStyle();
+    _window->installEventFilter(this);
+
+    // 5.
+    _tableController = new TableController(m_messagesDirectory, this);
+
+    // 6. The list's own route handler.
+    connect(AudioSession::sharedInstance(), &AudioSession::routeChanged, _tableController,
+            &TableController::audioRouteChanged);
+
+    // 7.
+    _viewController = std::make_unique<RootViewController>(_tableController, _window.get());
+    auto *layout = new QVBoxLayout(_window.get());
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(_viewController.get());
+    Device::currentDevice()->setWindow(_window.get());
+    _window->show();
+    _window->activateWindow();
+
+    // 8.
+    connect(this, &VantrelApplication::didBecomeActive, this,
+            &VantrelApplication::reloadEntriesInTable);
+
+    // 9.
+    LauncherBadge::setApplicationIconBadgeNumber(0);
+
+    // 10. There is no media-player bundle to load: the player is part of the program.
+
+    // 11.
+    NotifyCenter::addObserver(QStringLiteral("net.zorvath.vantrel.updateApplicationTable"), this,
+                              SLOT(updateCallback()));
+
+    // 12.
+    AudioSession::sharedInstance()->setCategory(AudioSession::AVAudioSessionCategoryPlayback);
+}
+
+void VantrelApplication::applyBackgroundStyle()
+{
+    // Only Wayland guarantees a compositor; elsewhere a see-through window could show garbage,
+    // so it gets the dark background the see-through style would have shown over a wallpaper.
+    const bool composited = platformName() == QLatin1String("wayland");
+    if (composited) {
+        _window->setAttribute(Qt::WA_TranslucentBackground);
+        return;
+    }
+    QPalette palette = _window->palette();
+    palette.setColor(QPalette::Window, kDarkBackground);
+    _window->setPalette(palette);
+    _window->setAutoFillBackground(true);
+}
+
+void VantrelApplication::appBecameForeground()
+{
+    NotifyCenter::notify_post(QStringLiteral("net.zorvath.vantrel.appbecamevisible"));
+    if (_tableController)
+        _tableController->setEditing(false, false);
+}
+
+void VantrelApplication::reloadEntriesInTable()
+{
+    LauncherBadge::setApplicationIconBadgeNumber(0);
+    if (_tableController)
+        _tableController->reloadEntries(true);
+}
+
+void VantrelApplication::updateCallback()
+{
+    if (VantrelApplication *application = sharedApplication())
+        application->reloadEntriesInTable();
+}
+
+void VantrelApplication::audioRouteChanged()
+{
+    const bool receiver = AudioSession::sharedInstance()->category() ==
+                          AudioSession::AVAudioSessionCategoryPlayAndRecord;
+    // The player is asked only in receiver mode.
+    const bool enable =
+        receiver && VantrelPlayer::sharedInstance() && VantrelPlayer::sharedInstance()->isPlaying();
+    Device::currentDevice()->setProximityMonitoringEnabled(enable);
+}
+
+void VantrelApplication::applicationStateDidChange(Qt::ApplicationState state)
+{
+    if (state == Qt::ApplicationHidden || state == Qt::ApplicationSuspended) {
+        m_wentToBackground = true;
+        return;
+    }
+    if (state != Qt::ApplicationActive)
+        return;
+    // The first activation after launch is "active" only; coming back from a hidden or
+    // minimised window is "foreground" first; a mere return of focus is "active" only, so a
+    // desktop user who clicks another window and back stays in edit mode.
+    if (m_hasBeenActive && m_wentToBackground)
+        emit willEnterForeground();
+    m_hasBeenActive = true;
+    m_wentToBackground = false;
+    emit didBecomeActive();
+}
+
+bool VantrelApplication::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == _window.get() && m_hasBeenActive) {
+        if (event->type() == QEvent::Hide)
+            m_wentToBackground = true;
+        else if (event->type() == QEvent::WindowStateChange && _window->isMinimized())
+            m_wentToBackground = true;
+    }
+    return QApplication::eventFilter(watched, event);
+}

@@ -1,0 +1,59 @@
+#include "CommandLine.h"
+#include "DemoDirectory.h"
+#include "FirstFrameCapture.h"
+#include "VantrelApplication.h"
+#include "platform/Screen.h"
+
+#include <QProcessEnvironment>
+#include <cstdio>
+
+int main(int argc, char *argv[])
+{
+    // Read before the application object exists, so that --help and a bad option answer on a
+    // machine without a display.
+    QStringList arguments;
+    for (int i = 0; i < argc; ++i)
+        arguments << QString::fromLocal8Bit(argv[i]);
+    const CommandLine commandLine =
+        CommandLine::parse(arguments, QProcessEnvironment::systemEnvironment());
+    switch (commandLine.action) {
+    case CommandLine::Action::Fail:
+        std::fprintf(stderr, "%s\n", qPrintable(commandLine.error));
+        return 2;
+    case CommandLine::Action::ShowHelp:
+        std::fputs(qPrintable(CommandLine::helpText()), stdout);
+        return 0;
+    case CommandLine::Action::ShowVersion:
+        std::printf("vantrel %s\n", VANTREL_VERSION);
+        return 0;
+    case CommandLine::Action::Run:
+        break;
+    }
+
+    LaunchOptions options = commandLine.options;
+    std::unique_ptr<DemoDirectory> demo;
+    if (options.demo) {
+        QString error;
+        demo = DemoDirectory::create(&error);
+        if (!demo) {
+            std::fprintf(stderr, "%s\n", qPrintable(error));
+            return 1;
+        }
+        options.messagesDirectory = demo->messagesDirectory();
+        if (options.contactsPath.isEmpty())
+            options.contactsPath = demo->contactsPath();
+    }
+    // The address book reads its source from the environment, like every other reader of it.
+    if (!options.contactsPath.isEmpty())
+        qputenv("VANTREL_CONTACTS", options.contactsPath.toLocal8Bit());
+    if (options.windowSize.isValid())
+        Screen::setOverrideSize(options.windowSize);
+
+    VantrelApplication application(argc, argv);
+    application.setMessagesDirectory(options.messagesDirectory);
+    application.applicationDidFinishLaunching();
+    std::unique_ptr<FirstFrameCapture> capture;
+    if (!options.screenshotPath.isEmpty())
+        capture = std::make_unique<FirstFrameCapture>(application.window(), options.screenshotPath);
+    return application.exec();
+}

@@ -1,0 +1,205 @@
+#include "TableController.h"
+
+#include "app/Log.h"
+#include "platform/AudioSession.h"
+#include "platform/BarButtonItem.h"
+#include "platform/ContactStore.h"
+#include "platform/Device.h"
+#include "platform/NavigationBar.h"
+#include "platform/NavigationController.h"
+#include "platform/NotifyCenter.h"
+#include "platform/TableViewCell.h"
+#include "platform/Toolbar.h"
+#include "platform/Url.h"
+#include "platform/View.h"
+#include "playback/VantrelPlayer.h"
+#include "store/RecordingCatalogue.h"
+
+namespace {
+constexpr double kMonogramDiameter = 40.0;
+constexpr int kMonogramStyle = 1;
+const QColor kCellBackground {0, 0, 0, 3}; // black at alpha 0.01: drawn, yet invisible
+} // namespace
+
+TableController::TableController(const QString &messagesDirectory, QObject *parent)
+    : TableViewController(parent), m_messagesDirectory(messagesDirectory)
+{
+    seekOffset = -1;
+
+    monogrammer = std::make_unique<Monogrammer>(kMonogramStyle, kMonogramDiameter);
+    monogrammer->setTextColor(Qt::white);
+    monogrammer->setBackgroundColor(Qt::lightGray);
+    monogrammer->setTextKnockout(true);
+
+    // Without a watcher the list is still right after every reload; it just does not follow
+    // the directory by itself.
+    m_directoryWatcher = VTDirectoryWatcher::watchFolderWithPath(m_messagesDirectory, this);
+
+    getEntries();
+
+    _playerController = std::make_unique<VantrelPlayer>();
+
+    _shareButton =
+        BarButtonItem::withImage(QStringLiteral("share"), BarButtonItem::Style::Plain, this);
+    _shareButton->setObjectName(QStringLiteral("share"));
+    _shareButton->setEnabled(false);
+    _trashButton =
+        BarButtonItem::withImage(QStringLiteral("trash"), BarButtonItem::Style::Plain, this);
+    _trashButton->setObjectName(QStringLiteral("trash"));
+    _trashButton->setEnabled(false);
+    auto *flexibleSpace = new BarButtonItem(BarButtonItem::SystemItem::FlexibleSpace, this);
+    setToolbarItems({_shareButton, flexibleSpace, _trashButton}, false);
+}
+
+TableController::~TableController() = default;
+
+void TableController::viewDidLoad()
+{
+    TableView *table = tableView();
+    table->setAllowsMultipleSelectionDuringEditing(true);
+    table->setDataSource(this);
+    table->setAccessibleName(QStringLiteral("Recordings"));
+
+    if (NavigationController *navigation = navigationController()) {
+        navigation->toolbar()->setBarStyle(1);
+        navigation->navigationBar()->setBarStyle(1);
+    }
+
+    auto *edit = new BarButtonItem(QStringLiteral("Edit"), BarButtonItem::Style::Plain, this);
+    edit->setObjectName(QStringLiteral("Edit"));
+    connect(edit, &BarButtonItem::triggered, this, &TableController::toggleEdit);
+    navigationItem()->setLeftBarButtonItem(edit);
+
+    settingsButton =
+        BarButtonItem::withImage(QStringLiteral("Settings"), BarButtonItem::Style::Plain, this);
+    settingsButton->setObjectName(QStringLiteral("Settings"));
+    connect(settingsButton, &BarButtonItem::triggered, this, &TableController::openSettings);
+    navigationItem()->setRightBarButtonItem(settingsButton);
+
+    if (entries.isEmpty())
+        edit->setViewAlpha(0.0);
+    table->reloadData();
+}
+
+BarButtonItem *TableController::editButton() const
+{
+    return navigationItem()->leftBarButtonItem();
+}
+
+void TableController::getEntries()
+{
+    entries.clear();
+    if (selectedRowIndex) {
+        // Rows are indices into the list being replaced: the open row closes first.
+        TableView *table = tableView();
+        const std::optional<IndexPath> selected = table->indexPathForSelectedRow();
+        _playerController->destroyPlayer(selected ? table->cellForRowAtIndexPath(*selected)
+                                                  : nullptr);
+        selectedRowIndex.reset();
+        if (selected)
+            table->deselectRowAtIndexPath(*selected, false);
+        table->beginUpdates();
+        table->endUpdates();
+    }
+
+    if (!m_entriesContactStore)
+        m_entriesContactStore = ContactStore::storeWithOptions(0);
+    entries = RecordingCatalogue(m_entriesContactStore.get()).entries(m_messagesDirectory);
+}
+
+void TableController::reloadEntries(bool refresh)
+{
+    if (selectedRowIndex) {
+        TableViewCell *cell = tableView()->cellForRowAtIndexPath(*selectedRowIndex);
+        selectedRowIndex.reset();
+        _playerController->destroyPlayer(cell);
+    }
+    getEntries();
+    if (refresh) {
+        tableView()->reloadData();
+        tableView()->beginUpdates();
+        tableView()->endUpdates();
+    }
+    if (BarButtonItem *edit = editButton())
+        edit->setViewAlpha(entries.isEmpty() ? 0.0 : 1.0);
+}
+
+void TableController::directoryDidChange(VTDirectoryWatcher *)
+{
+    reloadEntries(true);
+}
+
+const Contact *TableController::existingContactForAddress(const QString &address)
+{
+    if (!m_addressContactStore)
+        m_addressContactStore = ContactStore::storeWithOptions(0);
+    return m_addressContactStore->contactForDestinationId(address);
+}
+
+QPixmap TableController::imageForContact(const Contact *contact)
+{
+    bool isContactImage = false;
+    const QPixmap monogram = monogrammer->monogramForContact(contact, &isContactImage);
+    return monogram.isNull() ? monogrammer->silhouetteMonogram() : monogram;
+}
+
+int TableController::numberOfRowsInSection(int)
+{
+    return int(entries.size());
+}
+
+TableViewCell *TableController::cellForRowAtIndexPath(const IndexPath &indexPath)
+{
+    const QString identifier = QStringLiteral("VANTREL-%1").arg(indexPath.row);
+    TableViewCell *cell = tableView()->dequeueReusableCellWithIdentifier(identifier);
+    if (!cell)
+        cell =
+            new TableViewCell(TableViewCell::Style::Subtitle, identifier, tableView()->viewport());
+    if (indexPath.row < 0 || indexPath.row >= entries.size())
+        return cell;
+
+    const Entry &entry = entries.at(indexPath.row);
+    cell->textLabel()->setText(entry.name);
+    cell->detailTextLabel()->setText(entry.detailText());
+    cell->imageView()->setPixmap(imageForContact(existingContactForAddress(entry.address)));
+    cell->setBackgroundColor(kCellBackground);
+    cell->textLabel()->setStyleSheet(QStringLiteral("color: white;"));
+    cell->detailTextLabel()->setStyleSheet(QStringLiteral("color: lightgray;"));
+    cell->setAccessibleName(entry.name);
+    cell->setAccessibleDescription(entry.detailText());
+    cell->layoutSubviews();
+    return cell;
+}
+
+double TableController::heightForRowAtIndexPath(const IndexPath &indexPath)
+{
+    // Rows are compared by number only, whatever their section.
+    return selectedRowIndex && selectedRowIndex->row == indexPath.row ? kOpenRowHeight
+                                                                      : kClosedRowHeight;
+}
+
+void TableController::audioRouteChanged()
+{
+    // Reads this screen's own playing flag, which nothing sets: every route change switches
+    // proximity monitoring off until the player's next change of state turns it on again.
+    const bool receiver = AudioSession::sharedInstance()->category() ==
+                          AudioSession::AVAudioSessionCategoryPlayAndRecord;
+    Device::currentDevice()->setProximityMonitoringEnabled(receiver && _playerRunning);
+}
+
+void TableController::toggleEdit()
+{
+    setEditing(!isEditing(), true);
+}
+
+void TableController::openSettings()
+{
+    const auto url = Url::urlWithString(QStringLiteral("prefs:root=Vantrel%20Plus"));
+    if (url && Url::canOpenURL(*url)) {
+        if (!Url::openURL(*url))
+            NotifyCenter::notify_post(QStringLiteral("net.zorvath.vantrel.openSettings"));
+        return;
+    }
+    // No settings application here: the recording component shows its settings instead.
+    NotifyCenter::notify_post(QStringLiteral("net.zorvath.vantrel.openSettings"));
+}

@@ -1,0 +1,93 @@
+#pragma once
+
+#include "platform/Monogrammer.h"
+#include "platform/TableViewController.h"
+#include "store/Entry.h"
+#include "store/VTDirectoryWatcher.h"
+
+#include <QList>
+#include <QPointer>
+#include <memory>
+#include <optional>
+
+class BarButtonItem;
+class Contact;
+class ContactStore;
+class VantrelPlayer;
+
+// The list screen: one row per recording in the Messages directory, newest first. It watches
+// the directory and rebuilds the whole list whenever it changes.
+class TableController : public TableViewController,
+                        public TableViewDataSource,
+                        public VTDirectoryWatcherDelegate
+{
+    Q_OBJECT
+public:
+    static constexpr double kClosedRowHeight = 54.0;
+    static constexpr double kOpenRowHeight = 108.0;
+
+    explicit TableController(const QString &messagesDirectory, QObject *parent = nullptr);
+    ~TableController() override;
+
+    QString title() const override { return QStringLiteral("Vantrel Plus"); }
+    // Portrait (1) only.
+    bool shouldAutorotateToInterfaceOrientation(int orientation) const { return orientation == 1; }
+
+    QString messagesDirectory() const { return m_messagesDirectory; }
+    const QList<Entry> &entryList() const { return entries; }
+    std::optional<IndexPath> currentSelectedRowIndex() const { return selectedRowIndex; }
+    BarButtonItem *editButton() const;
+    BarButtonItem *settingsBarButton() const { return settingsButton; }
+    BarButtonItem *shareButton() const { return _shareButton; }
+    BarButtonItem *trashButton() const { return _trashButton; }
+
+    VantrelPlayer *playerController() const { return _playerController.get(); }
+    QString lastPlayerFilePath() const { return m_lastPlayerFilePath; }
+    void setLastPlayerFilePath(const QString &path) { m_lastPlayerFilePath = path; }
+
+    // Rebuilds entries from the directory; closes an open row first, since rows are indices.
+    void getEntries();
+    // Closes the open player, re-reads the directory and, when refresh is set, redraws the table.
+    void reloadEntries(bool refresh);
+
+    const Contact *existingContactForAddress(const QString &address);
+    QPixmap imageForContact(const Contact *contact);
+
+    // Data source and delegate of the table.
+    int numberOfSectionsInTableView() override { return 1; }
+    int numberOfRowsInSection(int section) override;
+    TableViewCell *cellForRowAtIndexPath(const IndexPath &indexPath) override;
+    double heightForRowAtIndexPath(const IndexPath &indexPath) override;
+
+    void directoryDidChange(VTDirectoryWatcher *watcher) override;
+
+public slots:
+    // Output devices changed: proximity monitoring follows the receiver rule with this
+    // screen's own playing flag.
+    void audioRouteChanged();
+    void toggleEdit();
+    void openSettings();
+
+protected:
+    void viewDidLoad() override;
+
+private:
+    QString m_messagesDirectory;
+
+    int64_t seekOffset {-1}; // set at construction and never read; kept as it always was
+    QList<Entry> entries;
+    std::unique_ptr<Monogrammer> monogrammer;
+    std::optional<IndexPath> selectedRowIndex;
+    bool _playerRunning {false}; // never set: the route handler always reads false
+    QPointer<BarButtonItem> _trashButton;
+    QPointer<BarButtonItem> _shareButton;
+    QPointer<BarButtonItem> settingsButton;
+    QString m_lastPlayerFilePath;
+    std::unique_ptr<VantrelPlayer> _playerController;
+
+    // The catalogue and the cells each look callers up in an address book of their own,
+    // kept for the life of the list; the watcher likewise lives as long as the list.
+    std::unique_ptr<ContactStore> m_entriesContactStore;
+    std::unique_ptr<ContactStore> m_addressContactStore;
+    std::unique_ptr<VTDirectoryWatcher> m_directoryWatcher;
+};

@@ -1,0 +1,33 @@
+#include "LauncherBadge.h"
+
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QVariantMap>
+
+namespace {
+int &badge()
+{
+    static int number = 0;
+    return number;
+}
+} // namespace
+
+void LauncherBadge::setApplicationIconBadgeNumber(int number)
+{
+    badge() = number;
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    if (!bus.isConnected())
+        return;
+    QDBusMessage update = QDBusMessage::createSignal(
+        QStringLiteral("/net/zorvath/vantrel"), QStringLiteral("com.canonical.Unity.LauncherEntry"),
+        QStringLiteral("Update"));
+    update << QString::fromLatin1(kDesktopEntry)
+           << QVariantMap {{QStringLiteral("count"), qint64(number)},
+                           {QStringLiteral("count-visible"), number > 0}};
+    bus.send(update);
+}
+
+int LauncherBadge::applicationIconBadgeNumber()
+{
+    return badge();
+}

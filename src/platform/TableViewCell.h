@@ -1,0 +1,58 @@
+#pragma once
+
+#include <QColor>
+#include <QLabel>
+#include <QString>
+#include <QWidget>
+
+// A row of a TableView. The subtitle style shows an image on the left, a text label and a
+// smaller detail label under it. Subclasses place their own views in contentView() and
+// adjust the layout in layoutSubviews().
+class TableViewCell : public QWidget
+{
+    Q_OBJECT
+public:
+    enum class Style
+    {
+        Default = 0,
+        Value1 = 1,
+        Value2 = 2,
+        Subtitle = 3
+    };
+
+    TableViewCell(Style style, const QString &reuseIdentifier, QWidget *parent = nullptr);
+
+    QString reuseIdentifier() const { return m_reuseIdentifier; }
+    QWidget *contentView() const { return m_contentView; }
+    QLabel *textLabel() const { return m_textLabel; }
+    QLabel *detailTextLabel() const { return m_detailTextLabel; }
+    QLabel *imageView() const { return m_imageView; }
+    // The hairline under the row; cells always draw it unless it is hidden on purpose.
+    QWidget *separatorView() const { return m_separatorView; }
+
+    bool isSelected() const { return m_selected; }
+    virtual void setSelected(bool selected, bool animated = false);
+
+    void setBackgroundColor(const QColor &color);
+    QColor backgroundColor() const { return m_backgroundColor; }
+
+    // Places the subviews for the current size; runs on every resize.
+    virtual void layoutSubviews();
+    // Called by the table before the cell is handed out again from its reuse queue.
+    virtual void prepareForReuse() {}
+
+protected:
+    void resizeEvent(QResizeEvent *event) override;
+    void paintEvent(QPaintEvent *event) override;
+
+private:
+    Style m_style;
+    QString m_reuseIdentifier;
+    QWidget *m_contentView;
+    QLabel *m_textLabel;
+    QLabel *m_detailTextLabel;
+    QLabel *m_imageView;
+    QWidget *m_separatorView;
+    QColor m_backgroundColor {Qt::transparent};
+    bool m_selected {false};
+};

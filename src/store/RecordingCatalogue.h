@@ -1,0 +1,33 @@
+#pragma once
+
+#include "Entry.h"
+
+#include <QList>
+#include <QLocale>
+#include <QString>
+
+class ContactStore;
+
+// Turns the Messages directory into entries, newest first: lists the directory, keeps the
+// names that are recordings, pairs each with its transcript, reads its call time and finds
+// its caller in the address book. Never writes to the directory.
+class RecordingCatalogue
+{
+public:
+    // contacts may be null (every caller then shows as its address). Dates are shown in
+    // displayLocale; they are read in the process's time zone.
+    explicit RecordingCatalogue(const ContactStore *contacts, QLocale displayLocale = QLocale());
+
+    // A missing or unreadable directory gives an empty list.
+    QList<Entry> entries(const QString &directory) const;
+
+    // The entry for one listed name, or nothing when the name is not a recording's.
+    std::optional<Entry> entryForFile(const QString &directory, const QString &fileName) const;
+
+    // Sorts in place with compareElements.
+    static void sort(QList<Entry> &entries);
+
+private:
+    const ContactStore *m_contacts {nullptr};
+    QLocale m_displayLocale;
+};
