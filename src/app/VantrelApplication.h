@@ -39,6 +39,9 @@ public slots:
     void reloadEntriesInTable();
     // Proximity monitoring is on exactly while the shared player plays into the receiver.
     void audioRouteChanged();
+    // What the platform reports of the application's state, turned into foreground and
+    // activation: see willEnterForeground and didBecomeActive.
+    void applicationStateDidChange(Qt::ApplicationState state);
 
 signals:
     // The application came back after its window was hidden, minimised or suspended.
@@ -54,7 +57,6 @@ private slots:
     void updateCallback();
 
 private:
-    void applicationStateDidChange(Qt::ApplicationState state);
     void applyBackgroundStyle();
 
     QString m_messagesDirectory;

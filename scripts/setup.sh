@@ -1,0 +1,36 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that building, running and testing Vantrel Plus need, when
+# any of them is missing. Uses sudo when not run as root.
+set -euo pipefail
+
+packages=(
+    # build
+    cmake ninja-build g++ pkg-config
+    qt6-base-dev qt6-base-dev-tools qt6-multimedia-dev qt6-svg-dev qt6-sensors-dev
+    libphonenumber-dev libpulse-dev libavformat-dev libavcodec-dev libswresample-dev libavutil-dev
+    libbenchmark-dev
+    # run: display back ends (X11 comes with Qt; Wayland for phones), glyphs, fonts, helpers
+    libqt6svg6 qt6-qpa-plugins qt6-wayland fonts-dejavu-core xdg-utils zip dbus dbus-bin
+    # test: a private session bus and an audio server with null sinks
+    pulseaudio pulseaudio-utils
+)
+
+missing=()
+for package in "${packages[@]}"; do
+    if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed"; then
+        missing+=("$package")
+    fi
+done
+
+if ((${#missing[@]} == 0)); then
+    exit 0
+fi
+
+echo "Installing: ${missing[*]}"
+as_root=()
+if [[ $(id -u) -ne 0 ]]; then
+    as_root=(sudo)
+fi
+export DEBIAN_FRONTEND=noninteractive
+"${as_root[@]}" apt-get update -qq
+"${as_root[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"

@@ -1,0 +1,36 @@
+#include "TestSupport.h"
+
+#include "app/Log.h"
+
+#include <QFile>
+#include <QFileInfo>
+
+bool TestSupport::writeFile(const QString &path, const QByteArray &contents)
+{
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) &&
+           file.write(contents) == contents.size();
+}
+
+QString TestSupport::recordingName(const QString &kind, const QString &address, const QString &time)
+{
+    return QStringLiteral("msg-_%1-_%2-_%3.caf").arg(kind, address, time);
+}
+
+qint64 TestSupport::logSize()
+{
+    return QFileInfo(QString::fromLatin1(vantrel::log::kLogPath)).size();
+}
+
+QStringList TestSupport::logLinesSince(qint64 offset)
+{
+    QFile log(QString::fromLatin1(vantrel::log::kLogPath));
+    if (!log.open(QIODevice::ReadOnly) || !log.seek(offset))
+        return {};
+    return QString::fromUtf8(log.readAll()).split(u'\n', Qt::SkipEmptyParts);
+}
+
+QString TestSupport::samplesDirectory()
+{
+    return qEnvironmentVariable("VANTREL_SAMPLES");
+}
