@@ -13,10 +13,11 @@ const QStringList kQtOptionsWithValue = {
     QStringLiteral("-qwindowgeometry"), QStringLiteral("-qwindowtitle"),
     QStringLiteral("-qwindowicon"),     QStringLiteral("-style"),
     QStringLiteral("-stylesheet"),      QStringLiteral("-session"),
-    QStringLiteral("-display"),         QStringLiteral("-geometry")};
-const QStringList kQtFlags = {QStringLiteral("-reverse"), QStringLiteral("-nograb"),
-                              QStringLiteral("-dograb"), QStringLiteral("-sync"),
-                              QStringLiteral("-widgetcount")};
+    QStringLiteral("-display"),         QStringLiteral("-geometry")
+};
+const QStringList kQtFlags = { QStringLiteral("-reverse"), QStringLiteral("-nograb"),
+                               QStringLiteral("-dograb"), QStringLiteral("-sync"),
+                               QStringLiteral("-widgetcount") };
 
 CommandLine failure(const QString &message)
 {

@@ -11,9 +11,9 @@ struct LaunchOptions
     static inline const QString kDefaultMessagesDirectory =
         QStringLiteral("/var/mobile/Library/Preferences/net.zorvath.vantrel/Messages");
 
-    QString messagesDirectory {kDefaultMessagesDirectory};
+    QString messagesDirectory { kDefaultMessagesDirectory };
     QString contactsPath; // empty: the address book's own default sources
-    bool demo {false};
+    bool demo { false };
     QSize windowSize; // invalid: the phone's screen
     QString screenshotPath;
 };
@@ -28,7 +28,7 @@ struct CommandLine
         Fail
     };
 
-    Action action {Action::Run};
+    Action action { Action::Run };
     LaunchOptions options;
     QString error; // one line naming the bad option or value, when action is Fail
 

@@ -35,8 +35,8 @@ std::unique_ptr<DemoDirectory> DemoDirectory::create(QString *error)
         return nullptr;
     }
     const QDir source(*samples);
-    const QStringList recordings =
-        source.entryList({QStringLiteral("msg-_*.caf"), QStringLiteral("msg-_*.txt")}, QDir::Files);
+    const QStringList recordings = source.entryList(
+        { QStringLiteral("msg-_*.caf"), QStringLiteral("msg-_*.txt") }, QDir::Files);
     for (const QString &name : recordings) {
         if (!QFile::copy(source.filePath(name), demo->messagesDirectory() + u'/' + name)) {
             *error =

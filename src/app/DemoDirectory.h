@@ -22,5 +22,5 @@ public:
 
 private:
     DemoDirectory() = default;
-    QTemporaryDir m_root {QStringLiteral("%1/vantrel-demo-XXXXXX").arg(QDir::tempPath())};
+    QTemporaryDir m_root { QStringLiteral("%1/vantrel-demo-XXXXXX").arg(QDir::tempPath()) };
 };

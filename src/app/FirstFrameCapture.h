@@ -21,5 +21,5 @@ private:
 
     QPointer<QWidget> m_window;
     QString m_path;
-    bool m_scheduled {false};
+    bool m_scheduled { false };
 };

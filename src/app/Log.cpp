@@ -11,8 +11,8 @@
 namespace vantrel::log {
 
 namespace {
-constexpr const char *kMonths[12] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                     "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+constexpr const char *kMonths[12] = { "Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                      "Jul", "Aug", "Sep", "Oct", "Nov", "Dec" };
 }
 
 std::string lineHeader(const std::tm &local, const char *programName, int pid)

@@ -8,15 +8,15 @@
 // The fields of an audio stream description, as the recording side reports them.
 struct AudioStreamBasicDescription
 {
-    double mSampleRate {0};
-    uint32_t mFormatID {0};
-    uint32_t mFormatFlags {0};
-    uint32_t mBytesPerPacket {0};
-    uint32_t mFramesPerPacket {0};
-    uint32_t mBytesPerFrame {0};
-    uint32_t mChannelsPerFrame {0};
-    uint32_t mBitsPerChannel {0};
-    uint32_t mReserved {0};
+    double mSampleRate { 0 };
+    uint32_t mFormatID { 0 };
+    uint32_t mFormatFlags { 0 };
+    uint32_t mBytesPerPacket { 0 };
+    uint32_t mFramesPerPacket { 0 };
+    uint32_t mBytesPerFrame { 0 };
+    uint32_t mChannelsPerFrame { 0 };
+    uint32_t mBitsPerChannel { 0 };
+    uint32_t mReserved { 0 };
 };
 
 // Appends one dated line to the diagnostic log "/tmp/syslog". The message is data: it is

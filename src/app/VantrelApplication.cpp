@@ -14,7 +14,7 @@
 #include <QWindow>
 
 namespace {
-const QColor kDarkBackground {28, 28, 30};
+const QColor kDarkBackground { 28, 28, 30 };
 }
 
 VantrelApplication::VantrelApplication(int &argc, char **argv) : QApplication(argc, argv)

@@ -65,8 +65,8 @@ private:
     std::unique_ptr<RootViewController> _viewController;
     // A child of the application object, so it lives as long as the process does: the
     // destructor never releases it itself.
-    TableController *_tableController {nullptr};
+    TableController *_tableController { nullptr };
 
-    bool m_hasBeenActive {false};
-    bool m_wentToBackground {false};
+    bool m_hasBeenActive { false };
+    bool m_wentToBackground { false };
 };

@@ -1,5 +1,6 @@
 #include "TableController.h"
 
+#include "VTCell.h"
 #include "app/Log.h"
 #include "platform/AudioSession.h"
 #include "platform/BarButtonItem.h"
@@ -18,7 +19,6 @@
 namespace {
 constexpr double kMonogramDiameter = 40.0;
 constexpr int kMonogramStyle = 1;
-const QColor kCellBackground {0, 0, 0, 3}; // black at alpha 0.01: drawn, yet invisible
 } // namespace
 
 TableController::TableController(const QString &messagesDirectory, QObject *parent)
@@ -37,7 +37,7 @@ TableController::TableController(const QString &messagesDirectory, QObject *pare
 
     getEntries();
 
-    _playerController = std::make_unique<VantrelPlayer>();
+    _playerController = std::make_unique<VantrelPlayer>(m_messagesDirectory);
 
     _shareButton =
         BarButtonItem::withImage(QStringLiteral("share"), BarButtonItem::Style::Plain, this);
@@ -48,7 +48,7 @@ TableController::TableController(const QString &messagesDirectory, QObject *pare
     _trashButton->setObjectName(QStringLiteral("trash"));
     _trashButton->setEnabled(false);
     auto *flexibleSpace = new BarButtonItem(BarButtonItem::SystemItem::FlexibleSpace, this);
-    setToolbarItems({_shareButton, flexibleSpace, _trashButton}, false);
+    setToolbarItems({ _shareButton, flexibleSpace, _trashButton }, false);
 }
 
 TableController::~TableController() = default;
@@ -67,6 +67,7 @@ void TableController::viewDidLoad()
 
     auto *edit = new BarButtonItem(QStringLiteral("Edit"), BarButtonItem::Style::Plain, this);
     edit->setObjectName(QStringLiteral("Edit"));
+    edit->setPossibleTitles(kLeftItemTitles);
     connect(edit, &BarButtonItem::triggered, this, &TableController::toggleEdit);
     navigationItem()->setLeftBarButtonItem(edit);
 
@@ -93,8 +94,9 @@ void TableController::getEntries()
         // Rows are indices into the list being replaced: the open row closes first.
         TableView *table = tableView();
         const std::optional<IndexPath> selected = table->indexPathForSelectedRow();
-        _playerController->destroyPlayer(selected ? table->cellForRowAtIndexPath(*selected)
-                                                  : nullptr);
+        // The cell on screen, if any: it is the one that holds the controls.
+        _playerController->destroyPlayer(
+            selected ? qobject_cast<VTCell *>(table->cellForRowAtIndexPath(*selected)) : nullptr);
         selectedRowIndex.reset();
         if (selected)
             table->deselectRowAtIndexPath(*selected, false);
@@ -112,7 +114,8 @@ void TableController::reloadEntries(bool refresh)
     if (selectedRowIndex) {
         TableViewCell *cell = tableView()->cellForRowAtIndexPath(*selectedRowIndex);
         selectedRowIndex.reset();
-        _playerController->destroyPlayer(cell);
+        setCurrentPlayerIndexPath(std::nullopt);
+        _playerController->destroyPlayer(qobject_cast<VTCell *>(cell));
     }
     getEntries();
     if (refresh) {
@@ -143,41 +146,6 @@ QPixmap TableController::imageForContact(const Contact *contact)
     return monogram.isNull() ? monogrammer->silhouetteMonogram() : monogram;
 }
 
-int TableController::numberOfRowsInSection(int)
-{
-    return int(entries.size());
-}
-
-TableViewCell *TableController::cellForRowAtIndexPath(const IndexPath &indexPath)
-{
-    const QString identifier = QStringLiteral("VANTREL-%1").arg(indexPath.row);
-    TableViewCell *cell = tableView()->dequeueReusableCellWithIdentifier(identifier);
-    if (!cell)
-        cell =
-            new TableViewCell(TableViewCell::Style::Subtitle, identifier, tableView()->viewport());
-    if (indexPath.row < 0 || indexPath.row >= entries.size())
-        return cell;
-
-    const Entry &entry = entries.at(indexPath.row);
-    cell->textLabel()->setText(entry.name);
-    cell->detailTextLabel()->setText(entry.detailText());
-    cell->imageView()->setPixmap(imageForContact(existingContactForAddress(entry.address)));
-    cell->setBackgroundColor(kCellBackground);
-    cell->textLabel()->setStyleSheet(QStringLiteral("color: white;"));
-    cell->detailTextLabel()->setStyleSheet(QStringLiteral("color: lightgray;"));
-    cell->setAccessibleName(entry.name);
-    cell->setAccessibleDescription(entry.detailText());
-    cell->layoutSubviews();
-    return cell;
-}
-
-double TableController::heightForRowAtIndexPath(const IndexPath &indexPath)
-{
-    // Rows are compared by number only, whatever their section.
-    return selectedRowIndex && selectedRowIndex->row == indexPath.row ? kOpenRowHeight
-                                                                      : kClosedRowHeight;
-}
-
 void TableController::audioRouteChanged()
 {
     // Reads this screen's own playing flag, which nothing sets: every route change switches
@@ -185,11 +153,6 @@ void TableController::audioRouteChanged()
     const bool receiver = AudioSession::sharedInstance()->category() ==
                           AudioSession::AVAudioSessionCategoryPlayAndRecord;
     Device::currentDevice()->setProximityMonitoringEnabled(receiver && _playerRunning);
-}
-
-void TableController::toggleEdit()
-{
-    setEditing(!isEditing(), true);
 }
 
 void TableController::openSettings()

@@ -7,13 +7,16 @@
 
 #include <QList>
 #include <QPointer>
+#include <QSet>
 #include <memory>
 #include <optional>
 
 class BarButtonItem;
+class Button;
 class Contact;
 class ContactStore;
 class VantrelPlayer;
+class VTCell;
 
 // The list screen: one row per recording in the Messages directory, newest first. It watches
 // the directory and rebuilds the whole list whenever it changes.
@@ -25,6 +28,10 @@ class TableController : public TableViewController,
 public:
     static constexpr double kClosedRowHeight = 54.0;
     static constexpr double kOpenRowHeight = 108.0;
+    // The left item's titles; the item is as wide as the widest, so it never jumps.
+    static inline const QSet<QString> kLeftItemTitles = { QStringLiteral("Edit"),
+                                                          QStringLiteral("Select All"),
+                                                          QStringLiteral("Deselect All") };
 
     explicit TableController(const QString &messagesDirectory, QObject *parent = nullptr);
     ~TableController() override;
@@ -53,11 +60,31 @@ public:
     const Contact *existingContactForAddress(const QString &address);
     QPixmap imageForContact(const Contact *contact);
 
+    // Marks the on-screen cell of indexPath as the current player cell and every other
+    // on-screen cell as not; with no index path, clears the mark everywhere.
+    void setCurrentPlayerIndexPath(const std::optional<IndexPath> &indexPath);
+
+    // Shows or hides the transcript of the button's row, in the next turn of the event loop,
+    // opening the row first when it is not the open one.
+    void readerViewTapped(Button *button);
+    // Offers to call the caller of the button's row back.
+    void dialButtonTapped(Button *button);
+
+    // Edit mode: multiple selection, "Select All" on the left, "Done" on the right and the
+    // share and trash toolbar below. Entering it closes an open player first.
+    void setEditing(bool editing, bool animated) override;
+    void updateToolbarButtonsVisibility();
+
     // Data source and delegate of the table.
     int numberOfSectionsInTableView() override { return 1; }
     int numberOfRowsInSection(int section) override;
     TableViewCell *cellForRowAtIndexPath(const IndexPath &indexPath) override;
     double heightForRowAtIndexPath(const IndexPath &indexPath) override;
+    void didSelectRowAtIndexPath(const IndexPath &indexPath) override;
+    void didDeselectRowAtIndexPath(const IndexPath &indexPath) override;
+    TableViewDataSource::EditingStyle
+    editingStyleForRowAtIndexPath(const IndexPath &indexPath) override;
+    bool canMoveRowAtIndexPath(const IndexPath &) const { return false; }
 
     void directoryDidChange(VTDirectoryWatcher *watcher) override;
 
@@ -66,6 +93,7 @@ public slots:
     // screen's own playing flag.
     void audioRouteChanged();
     void toggleEdit();
+    void toggleSelectAll(BarButtonItem *sender);
     void openSettings();
 
 protected:
@@ -74,16 +102,18 @@ protected:
 private:
     QString m_messagesDirectory;
 
-    int64_t seekOffset {-1}; // set at construction and never read; kept as it always was
+    int64_t seekOffset { -1 }; // set at construction and never read; kept as it always was
     QList<Entry> entries;
     std::unique_ptr<Monogrammer> monogrammer;
     std::optional<IndexPath> selectedRowIndex;
-    bool _playerRunning {false}; // never set: the route handler always reads false
+    bool _playerRunning { false }; // never set: the route handler always reads false
     QPointer<BarButtonItem> _trashButton;
     QPointer<BarButtonItem> _shareButton;
     QPointer<BarButtonItem> settingsButton;
     QString m_lastPlayerFilePath;
     std::unique_ptr<VantrelPlayer> _playerController;
+    // Given to every cell as its selected background: clear, so selection shows nothing.
+    std::unique_ptr<QWidget> m_selectedBackgroundView;
 
     // The catalogue and the cells each look callers up in an address book of their own,
     // kept for the life of the list; the watcher likewise lives as long as the list.

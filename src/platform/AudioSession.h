@@ -29,5 +29,5 @@ signals:
 
 private:
     AudioSession() = default;
-    QString m_category {AVAudioSessionCategoryPlayback};
+    QString m_category { AVAudioSessionCategoryPlayback };
 };

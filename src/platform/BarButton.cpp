@@ -28,6 +28,12 @@ BarButton::BarButton(BarButtonItem *item, QWidget *parent) : QAbstractButton(par
     sync();
 }
 
+void BarButton::setTextAlignment(Qt::Alignment alignment)
+{
+    m_alignment = alignment;
+    update();
+}
+
 void BarButton::sync()
 {
     if (!m_item)
@@ -43,12 +49,12 @@ void BarButton::sync()
 QSize BarButton::sizeHint() const
 {
     if (!m_item || !m_item->imageName().isEmpty())
-        return {kImageSize + 2 * kPadding, kBarHeight};
+        return { kImageSize + 2 * kPadding, kBarHeight };
     const QFontMetrics metrics(font());
     int width = metrics.horizontalAdvance(m_item->title());
     for (const QString &title : m_item->possibleTitles())
         width = qMax(width, metrics.horizontalAdvance(title));
-    return {width + 2 * kPadding, kBarHeight};
+    return { width + 2 * kPadding, kBarHeight };
 }
 
 void BarButton::paintEvent(QPaintEvent *)
@@ -62,14 +68,15 @@ void BarButton::paintEvent(QPaintEvent *)
     else if (isDown())
         painter.setOpacity(0.5);
     if (!m_item->imageName().isEmpty()) {
-        const QPixmap image = Images::imageNamed(m_item->imageName(), {kImageSize, kImageSize});
+        const QPixmap image = Images::imageNamed(m_item->imageName(), { kImageSize, kImageSize });
         const QRect target((width() - kImageSize) / 2, (height() - kImageSize) / 2, kImageSize,
                            kImageSize);
         painter.drawPixmap(target, image);
     } else {
         painter.setPen(Qt::white);
         painter.setFont(font());
-        painter.drawText(rect(), Qt::AlignCenter, m_item->title());
+        painter.drawText(rect().adjusted(kPadding, 0, -kPadding, 0), m_alignment | Qt::AlignVCenter,
+                         m_item->title());
     }
     if (hasFocus()) {
         painter.setOpacity(0.6);

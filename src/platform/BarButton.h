@@ -15,6 +15,8 @@ public:
 
     BarButtonItem *item() const { return m_item; }
     QSize sizeHint() const override;
+    // Where a title sits when the button is wider than it (possible titles).
+    void setTextAlignment(Qt::Alignment alignment);
 
 protected:
     void paintEvent(QPaintEvent *event) override;
@@ -23,4 +25,5 @@ private:
     void sync();
 
     QPointer<BarButtonItem> m_item;
+    Qt::Alignment m_alignment { Qt::AlignCenter };
 };

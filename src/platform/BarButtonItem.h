@@ -55,9 +55,9 @@ signals:
 private:
     QString m_title;
     QString m_imageName;
-    Style m_style {Style::Plain};
-    bool m_flexibleSpace {false};
-    bool m_enabled {true};
-    double m_viewAlpha {1.0};
+    Style m_style { Style::Plain };
+    bool m_flexibleSpace { false };
+    bool m_enabled { true };
+    double m_viewAlpha { 1.0 };
     QSet<QString> m_possibleTitles;
 };

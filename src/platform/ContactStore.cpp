@@ -63,9 +63,9 @@ QStringList ContactStore::defaultSources()
 {
     const QString configured = qEnvironmentVariable("VANTREL_CONTACTS");
     if (!configured.isEmpty())
-        return {configured};
+        return { configured };
     const QString dataHome = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
-    return {dataHome + QLatin1String("/contacts"), dataHome + QLatin1String("/kpeoplevcard")};
+    return { dataHome + QLatin1String("/contacts"), dataHome + QLatin1String("/kpeoplevcard") };
 }
 
 QString ContactStore::defaultRegion()
@@ -81,7 +81,7 @@ ContactStore::ContactStore(const QStringList &sources, const QString &region) : 
     for (const QString &source : sources) {
         const QFileInfo info(source);
         if (info.isDir()) {
-            QDirIterator files(source, {QStringLiteral("*.vcf")}, QDir::Files | QDir::Readable,
+            QDirIterator files(source, { QStringLiteral("*.vcf") }, QDir::Files | QDir::Readable,
                                QDirIterator::Subdirectories | QDirIterator::FollowSymlinks);
             while (files.hasNext())
                 loadFile(files.next());
@@ -118,7 +118,7 @@ void ContactStore::add(const Contact &contact)
     const Contact *stored = &m_contacts.emplace_back(contact);
     for (const QString &number : stored->phoneNumbers()) {
         if (const auto key = phoneKey(number))
-            m_byNationalNumber[key->nationalNumber].append({key->countryCode, stored});
+            m_byNationalNumber[key->nationalNumber].append({ key->countryCode, stored });
     }
     for (const QString &handle : stored->handles())
         m_byHandle.insert(handle.toLower(), stored);
@@ -133,7 +133,7 @@ std::optional<ContactStore::PhoneKey> ContactStore::phoneKey(const QString &text
         for (int length = 1; length <= 3 && length < trimmed.size() - 1; ++length) {
             const int code = trimmed.mid(1, length).toInt();
             if (callingCodes().count(code))
-                return PhoneKey {code, trimmed.mid(1 + length)};
+                return PhoneKey { code, trimmed.mid(1 + length) };
         }
     }
     PhoneNumber number;
@@ -143,7 +143,7 @@ std::optional<ContactStore::PhoneKey> ContactStore::phoneKey(const QString &text
         std::string national;
         util->GetNationalSignificantNumber(number, &national);
         if (!national.empty())
-            return PhoneKey {int(number.country_code()), QString::fromStdString(national)};
+            return PhoneKey { int(number.country_code()), QString::fromStdString(national) };
     }
     // Written nationally with no region to read it in: match on the digits alone, without
     // the trunk prefix.
@@ -154,7 +154,7 @@ std::optional<ContactStore::PhoneKey> ContactStore::phoneKey(const QString &text
         digits.remove(0, 1);
     if (digits.size() < 3)
         return std::nullopt;
-    return PhoneKey {0, digits};
+    return PhoneKey { 0, digits };
 }
 
 const Contact *ContactStore::contactForDestinationId(const QString &address) const

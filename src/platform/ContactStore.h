@@ -39,13 +39,13 @@ public:
 private:
     struct PhoneKey
     {
-        int countryCode {0}; // 0: written nationally and the region was unknown
+        int countryCode { 0 }; // 0: written nationally and the region was unknown
         QString nationalNumber;
     };
     struct PhoneOwner
     {
-        int countryCode {0};
-        const Contact *contact {nullptr};
+        int countryCode { 0 };
+        const Contact *contact { nullptr };
     };
 
     void loadFile(const QString &path);

@@ -29,9 +29,9 @@ private:
     Device() = default;
     void applyProximity(bool near);
 
-    bool m_proximityMonitoringEnabled {false};
-    bool m_near {false};
-    QProximitySensor *m_sensor {nullptr}; // a child, made when first enabled
+    bool m_proximityMonitoringEnabled { false };
+    bool m_near { false };
+    QProximitySensor *m_sensor { nullptr }; // a child, made when first enabled
     QPointer<QWidget> m_window;
     QPointer<QWidget> m_blank;
 };

@@ -6,10 +6,10 @@
 // A row's place in the table: one section, rows counted from 0.
 struct IndexPath
 {
-    int section {0};
-    int row {0};
+    int section { 0 };
+    int row { 0 };
 
-    static IndexPath indexPathForRow(int row, int section = 0) { return {section, row}; }
+    static IndexPath indexPathForRow(int row, int section = 0) { return { section, row }; }
     friend bool operator==(const IndexPath &, const IndexPath &) = default;
     friend auto operator<=>(const IndexPath &, const IndexPath &) = default;
 };

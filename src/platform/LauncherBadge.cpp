@@ -22,8 +22,8 @@ void LauncherBadge::setApplicationIconBadgeNumber(int number)
         QStringLiteral("/net/zorvath/vantrel"), QStringLiteral("com.canonical.Unity.LauncherEntry"),
         QStringLiteral("Update"));
     update << QString::fromLatin1(kDesktopEntry)
-           << QVariantMap {{QStringLiteral("count"), qint64(number)},
-                           {QStringLiteral("count-visible"), number > 0}};
+           << QVariantMap { { QStringLiteral("count"), qint64(number) },
+                            { QStringLiteral("count-visible"), number > 0 } };
     bus.send(update);
 }
 

@@ -26,11 +26,11 @@ private:
     QPixmap disc(const QString &initials);
     qreal devicePixelRatio() const;
 
-    int m_style {1};
-    qreal m_diameter {40};
-    QColor m_textColor {Qt::white};
-    QColor m_backgroundColor {Qt::lightGray};
-    bool m_textKnockout {false};
+    int m_style { 1 };
+    qreal m_diameter { 40 };
+    QColor m_textColor { Qt::white };
+    QColor m_backgroundColor { Qt::lightGray };
+    bool m_textKnockout { false };
     // Rows of the same caller share one picture; an empty key is the silhouette.
     QHash<QString, QPixmap> m_cache;
 };

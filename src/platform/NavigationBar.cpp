@@ -51,6 +51,10 @@ void NavigationBar::setItems(BarButtonItem *left, BarButtonItem *right)
     };
     replace(m_leftButton, left);
     replace(m_rightButton, right);
+    if (m_leftButton)
+        m_leftButton->setTextAlignment(Qt::AlignLeft);
+    if (m_rightButton)
+        m_rightButton->setTextAlignment(Qt::AlignRight);
     layoutItems();
 }
 

@@ -30,7 +30,7 @@ protected:
 private:
     void layoutItems();
 
-    int m_barStyle {1};
+    int m_barStyle { 1 };
     QLabel *m_title;
     QPointer<BarButton> m_leftButton;
     QPointer<BarButton> m_rightButton;

@@ -15,7 +15,7 @@ struct SignalName
 SignalName split(const QString &name)
 {
     const qsizetype dot = name.lastIndexOf(u'.');
-    return {name.left(dot), name.mid(dot + 1)};
+    return { name.left(dot), name.mid(dot + 1) };
 }
 
 } // namespace

@@ -9,5 +9,5 @@
 namespace Screen {
 QRect mainScreenBounds();
 void setOverrideSize(const QSize &size);
-inline constexpr QSize kPhoneSize {375, 667};
+inline constexpr QSize kPhoneSize { 375, 667 };
 } // namespace Screen

@@ -1,11 +1,15 @@
 #include "TableView.h"
 
+#include "Accessibility.h"
 #include "TableViewCell.h"
 
+#include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPainter>
+#include <QPushButton>
 #include <QScrollBar>
 #include <QScroller>
+#include <QTimer>
 #include <QVariantAnimation>
 #include <algorithm>
 #include <cmath>
@@ -15,11 +19,36 @@ namespace {
 constexpr int kHeightAnimationMs = 300;
 // A press that moves further than this is a drag, not a tap.
 constexpr int kTapSlop = 10;
+// Flicks: speed lost per second (as a fraction), and the speed below which scrolling stops.
+constexpr double kFlickFriction = 0.95;
+constexpr double kFlickMinimumSpeed = 20.0;
+constexpr int kFlickIntervalMs = 16;
+// Only the last moments of a drag decide the speed of the flick that follows it.
+constexpr qint64 kFlickSampleWindowMs = 100;
+constexpr int kDeleteButtonWidth = 82;
 } // namespace
 
 TableView::TableView(QWidget *parent)
-    : QAbstractScrollArea(parent), m_heightAnimation(new QVariantAnimation(this))
+    : QAbstractScrollArea(parent), m_heightAnimation(new QVariantAnimation(this)),
+      m_flickTimer(new QTimer(this)),
+      m_deleteButton(new QPushButton(QStringLiteral("Delete"), viewport()))
 {
+    Accessibility::install();
+    m_flickTimer->setInterval(kFlickIntervalMs);
+    m_flickTimer->setTimerType(Qt::PreciseTimer);
+    connect(m_flickTimer, &QTimer::timeout, this, &TableView::flickStep);
+    m_deleteButton->hide();
+    m_deleteButton->setFocusPolicy(Qt::NoFocus);
+    m_deleteButton->setAccessibleName(QStringLiteral("Delete"));
+    m_deleteButton->setStyleSheet(
+        QStringLiteral("QPushButton { background: rgb(255,59,48); color: white;"
+                       " border: none; font-size: 17px; }"));
+    connect(m_deleteButton, &QPushButton::clicked, this, [this] {
+        const int row = m_deleteRow;
+        hideDelete();
+        if (m_dataSource && row >= 0 && row < m_rowCount)
+            m_dataSource->commitEditingStyle(TableViewDataSource::EditingStyle::Delete, { 0, row });
+    });
     setFrameShape(QFrame::NoFrame);
     setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
@@ -65,15 +94,18 @@ void TableView::reloadData()
         enqueue(cell);
     m_visibleCells.clear();
     m_selectedRows.clear();
+    hideDelete();
 
     m_rowCount = m_dataSource ? qMax(0, m_dataSource->numberOfRowsInSection(0)) : 0;
     m_toHeights.assign(size_t(m_rowCount), 44.0);
     if (m_delegate) {
         for (int row = 0; row < m_rowCount; ++row)
-            m_toHeights[size_t(row)] = m_delegate->heightForRowAtIndexPath({0, row});
+            m_toHeights[size_t(row)] = m_delegate->heightForRowAtIndexPath({ 0, row });
     }
     m_heights = m_toHeights;
     m_fromHeights = m_toHeights;
+    if (m_focusedRow >= m_rowCount)
+        m_focusedRow = m_rowCount - 1;
     recomputeOffsets();
     updateScrollRange();
     layoutCells();
@@ -91,7 +123,7 @@ void TableView::endUpdates()
     std::vector<double> heights(size_t(m_rowCount), 44.0);
     if (m_delegate) {
         for (int row = 0; row < m_rowCount; ++row)
-            heights[size_t(row)] = m_delegate->heightForRowAtIndexPath({0, row});
+            heights[size_t(row)] = m_delegate->heightForRowAtIndexPath({ 0, row });
     }
     if (heights == m_toHeights && !m_heightAnimation->state())
         return;
@@ -156,19 +188,30 @@ void TableView::layoutCells()
     for (int row = first; row <= last; ++row) {
         TableViewCell *cell = m_visibleCells.value(row);
         if (!cell && m_dataSource) {
-            cell = m_dataSource->cellForRowAtIndexPath({0, row});
+            cell = m_dataSource->cellForRowAtIndexPath({ 0, row });
             if (!cell)
                 continue;
             if (cell->parentWidget() != viewport())
                 cell->setParent(viewport());
             m_visibleCells.insert(row, cell);
             cell->setSelected(m_selectedRows.contains(row));
+            cell->setKeyboardFocused(row == m_focusedRow && hasFocus() && m_keyboardInUse);
+            cell->setSwipeOffset(row == m_deleteRow ? -kDeleteButtonWidth : 0);
         }
         if (!cell)
             continue;
         cell->setGeometry(0, m_offsets[size_t(row)] - top, width,
                           m_offsets[size_t(row) + 1] - m_offsets[size_t(row)]);
         cell->show();
+    }
+    if (m_deleteRow >= 0 && m_visibleCells.contains(m_deleteRow)) {
+        const QRect row = m_visibleCells.value(m_deleteRow)->geometry();
+        m_deleteButton->setGeometry(row.right() + 1 - kDeleteButtonWidth, row.top(),
+                                    kDeleteButtonWidth, row.height());
+        m_deleteButton->show();
+        m_deleteButton->raise();
+    } else {
+        m_deleteButton->hide();
     }
     emit didLayoutCells();
 }
@@ -177,7 +220,20 @@ void TableView::enqueue(TableViewCell *cell)
 {
     cell->hide();
     cell->setSelected(false);
+    cell->setKeyboardFocused(false);
+    cell->setSwipeOffset(0);
     m_reuseQueues[cell->reuseIdentifier()].append(cell);
+    m_queueOrder.append(cell);
+    // Identifiers may be many (one per row, say): past the limit the oldest cells go, so a
+    // long scroll does not keep a cell for every row it passed.
+    while (m_queueOrder.size() > kMaxQueuedCells) {
+        TableViewCell *oldest = m_queueOrder.takeFirst();
+        auto queue = m_reuseQueues.find(oldest->reuseIdentifier());
+        queue->removeOne(oldest);
+        if (queue->isEmpty())
+            m_reuseQueues.erase(queue);
+        oldest->deleteLater();
+    }
 }
 
 TableViewCell *TableView::dequeueReusableCellWithIdentifier(const QString &identifier)
@@ -186,6 +242,9 @@ TableViewCell *TableView::dequeueReusableCellWithIdentifier(const QString &ident
     if (queue == m_reuseQueues.end() || queue->isEmpty())
         return nullptr;
     TableViewCell *cell = queue->takeLast();
+    if (queue->isEmpty())
+        m_reuseQueues.erase(queue);
+    m_queueOrder.removeOne(cell);
     cell->prepareForReuse();
     return cell;
 }
@@ -199,7 +258,7 @@ std::optional<IndexPath> TableView::indexPathForCell(const TableViewCell *cell) 
 {
     for (auto it = m_visibleCells.cbegin(); it != m_visibleCells.cend(); ++it) {
         if (it.value() == cell)
-            return IndexPath {0, it.key()};
+            return IndexPath { 0, it.key() };
     }
     return std::nullopt;
 }
@@ -209,7 +268,7 @@ std::optional<IndexPath> TableView::indexPathForRowAtPoint(const QPoint &point) 
     const int y = point.y() + verticalScrollBar()->value();
     if (m_rowCount == 0 || y < 0 || y >= m_offsets.back())
         return std::nullopt;
-    return IndexPath {0, rowAtContentY(y)};
+    return IndexPath { 0, rowAtContentY(y) };
 }
 
 QList<TableViewCell *> TableView::visibleCells() const
@@ -221,7 +280,7 @@ QList<IndexPath> TableView::indexPathsForVisibleRows() const
 {
     QList<IndexPath> paths;
     for (const int row : m_visibleCells.keys())
-        paths << IndexPath {0, row};
+        paths << IndexPath { 0, row };
     return paths;
 }
 
@@ -237,7 +296,7 @@ std::optional<IndexPath> TableView::indexPathForSelectedRow() const
 {
     if (m_selectedRows.isEmpty())
         return std::nullopt;
-    return IndexPath {0, *std::min_element(m_selectedRows.cbegin(), m_selectedRows.cend())};
+    return IndexPath { 0, *std::min_element(m_selectedRows.cbegin(), m_selectedRows.cend()) };
 }
 
 QList<IndexPath> TableView::indexPathsForSelectedRows() const
@@ -246,7 +305,7 @@ QList<IndexPath> TableView::indexPathsForSelectedRows() const
     std::sort(rows.begin(), rows.end());
     QList<IndexPath> paths;
     for (const int row : rows)
-        paths << IndexPath {0, row};
+        paths << IndexPath { 0, row };
     return paths;
 }
 
@@ -292,7 +351,7 @@ void TableView::setEditing(bool editing, bool)
 
 void TableView::userTappedRow(int row)
 {
-    const IndexPath tapped {0, row};
+    const IndexPath tapped { 0, row };
     if (m_editing && m_multipleSelectionDuringEditing) {
         if (m_selectedRows.contains(row)) {
             deselectRowAtIndexPath(tapped, false);
@@ -310,9 +369,9 @@ void TableView::userTappedRow(int row)
     for (const int other : previous) {
         if (other == row)
             continue;
-        deselectRowAtIndexPath({0, other}, false);
+        deselectRowAtIndexPath({ 0, other }, false);
         if (m_delegate)
-            m_delegate->didDeselectRowAtIndexPath({0, other});
+            m_delegate->didDeselectRowAtIndexPath({ 0, other });
     }
     selectRowAtIndexPath(tapped, false);
     if (m_delegate)
@@ -342,23 +401,230 @@ bool TableView::viewportEvent(QEvent *event)
     return QAbstractScrollArea::viewportEvent(event);
 }
 
+void TableView::setFocusedRow(int row)
+{
+    row = m_rowCount == 0 ? -1 : qBound(0, row, m_rowCount - 1);
+    if (TableViewCell *old = m_visibleCells.value(m_focusedRow))
+        old->setKeyboardFocused(false);
+    m_focusedRow = row;
+    if (row < 0)
+        return;
+    scrollToRowAtIndexPath({ 0, row });
+    if (TableViewCell *cell = m_visibleCells.value(row))
+        cell->setKeyboardFocused(hasFocus() && m_keyboardInUse);
+}
+
+void TableView::scrollToRowAtIndexPath(const IndexPath &indexPath)
+{
+    const QRect row = rectForRowAtIndexPath(indexPath);
+    if (row.isNull())
+        return;
+    QScrollBar *bar = verticalScrollBar();
+    if (row.top() < bar->value())
+        bar->setValue(row.top());
+    else if (row.bottom() >= bar->value() + viewport()->height())
+        bar->setValue(row.bottom() + 1 - viewport()->height());
+}
+
+bool TableView::canShowDelete(int row)
+{
+    if (m_editing || !m_dataSource || row < 0 || row >= m_rowCount ||
+        !m_dataSource->canEditRowAtIndexPath({ 0, row }))
+        return false;
+    return !m_delegate || m_delegate->editingStyleForRowAtIndexPath({ 0, row }) ==
+                              TableViewDataSource::EditingStyle::Delete;
+}
+
+void TableView::setSwipeOffset(int row, int offset)
+{
+    if (TableViewCell *cell = m_visibleCells.value(row))
+        cell->setSwipeOffset(offset);
+}
+
+void TableView::showDeleteForRow(int row)
+{
+    if (!canShowDelete(row))
+        return;
+    if (m_deleteRow != row)
+        hideDelete();
+    m_deleteRow = row;
+    setSwipeOffset(row, -kDeleteButtonWidth);
+    layoutCells();
+}
+
+void TableView::hideDelete()
+{
+    if (m_deleteRow < 0)
+        return;
+    setSwipeOffset(m_deleteRow, 0);
+    m_deleteRow = -1;
+    m_deleteButton->hide();
+}
+
+void TableView::flickStep()
+{
+    const double dt = kFlickIntervalMs / 1000.0;
+    m_flickVelocity *= std::pow(1.0 - kFlickFriction, dt);
+    m_flickPosition += m_flickVelocity * dt;
+    QScrollBar *bar = verticalScrollBar();
+    bar->setValue(int(std::lround(m_flickPosition)));
+    if (std::abs(m_flickVelocity) < kFlickMinimumSpeed || bar->value() == bar->minimum() ||
+        bar->value() == bar->maximum())
+        m_flickTimer->stop();
+}
+
 void TableView::mousePressEvent(QMouseEvent *event)
 {
-    if (event->button() == Qt::LeftButton) {
-        m_pressed = true;
-        m_pressPosition = event->position().toPoint();
+    if (event->button() != Qt::LeftButton)
+        return;
+    if (m_keyboardInUse) {
+        m_keyboardInUse = false;
+        if (TableViewCell *cell = m_visibleCells.value(m_focusedRow))
+            cell->setKeyboardFocused(false);
     }
+    // A touch on a moving list stops it and is not a tap.
+    const bool wasFlicking = m_flickTimer->isActive();
+    m_flickTimer->stop();
+    m_drag = wasFlicking ? Drag::Scroll : Drag::Pending;
+    m_pressPosition = event->position().toPoint();
+    m_pressScrollValue = verticalScrollBar()->value();
+    m_dragClock.start();
+    m_dragSamples = { { 0, m_pressPosition.y() } };
     event->accept();
+}
+
+void TableView::mouseMoveEvent(QMouseEvent *event)
+{
+    if (m_drag == Drag::None)
+        return;
+    const QPoint position = event->position().toPoint();
+    const QPoint delta = position - m_pressPosition;
+    if (m_drag == Drag::Pending) {
+        if (std::abs(delta.y()) > kTapSlop && std::abs(delta.y()) >= std::abs(delta.x())) {
+            m_drag = Drag::Scroll;
+            hideDelete();
+        } else if (delta.x() < -kTapSlop) {
+            const auto row = indexPathForRowAtPoint(m_pressPosition);
+            if (row && canShowDelete(row->row)) {
+                if (m_deleteRow != row->row)
+                    hideDelete();
+                m_drag = Drag::Swipe;
+                m_swipeRow = row->row;
+            }
+        }
+    }
+    if (m_drag == Drag::Scroll) {
+        verticalScrollBar()->setValue(m_pressScrollValue - delta.y());
+        m_dragSamples.append({ m_dragClock.elapsed(), position.y() });
+        while (m_dragSamples.size() > 2 &&
+               m_dragSamples.last().first - m_dragSamples.first().first > kFlickSampleWindowMs)
+            m_dragSamples.removeFirst();
+    } else if (m_drag == Drag::Swipe) {
+        const int start = m_deleteRow == m_swipeRow ? -kDeleteButtonWidth : 0;
+        setSwipeOffset(m_swipeRow, qBound(-kDeleteButtonWidth, start + delta.x(), 0));
+    }
 }
 
 void TableView::mouseReleaseEvent(QMouseEvent *event)
 {
-    if (event->button() != Qt::LeftButton || !m_pressed)
+    if (event->button() != Qt::LeftButton || m_drag == Drag::None)
         return;
-    m_pressed = false;
+    const Drag drag = m_drag;
+    m_drag = Drag::None;
     const QPoint position = event->position().toPoint();
-    if ((position - m_pressPosition).manhattanLength() > kTapSlop)
+
+    if (drag == Drag::Scroll) {
+        const auto &first = m_dragSamples.first();
+        const qint64 span = m_dragClock.elapsed() - first.first;
+        if (span > 0 && span <= 2 * kFlickSampleWindowMs) {
+            m_flickVelocity = -(position.y() - first.second) * 1000.0 / double(span);
+            m_flickPosition = verticalScrollBar()->value();
+            if (std::abs(m_flickVelocity) > kFlickMinimumSpeed * 5)
+                m_flickTimer->start();
+        }
         return;
-    if (const auto indexPath = indexPathForRowAtPoint(position))
+    }
+    if (drag == Drag::Swipe) {
+        const TableViewCell *cell = m_visibleCells.value(m_swipeRow);
+        if (cell && cell->swipeOffset() <= -kDeleteButtonWidth / 2)
+            showDeleteForRow(m_swipeRow);
+        else if (m_deleteRow == m_swipeRow)
+            hideDelete();
+        else
+            setSwipeOffset(m_swipeRow, 0);
+        return;
+    }
+    // A tap while Delete shows only puts the row back.
+    if (m_deleteRow >= 0) {
+        hideDelete();
+        return;
+    }
+    if (const auto indexPath = indexPathForRowAtPoint(position)) {
+        setFocusedRow(indexPath->row);
         userTappedRow(indexPath->row);
+    }
+}
+
+void TableView::keyPressEvent(QKeyEvent *event)
+{
+    m_keyboardInUse = true;
+    const int page = qMax(1, viewport()->height() / 54);
+    switch (event->key()) {
+    case Qt::Key_Down:
+        setFocusedRow(m_focusedRow + 1);
+        break;
+    case Qt::Key_Up:
+        setFocusedRow(m_focusedRow < 0 ? 0 : m_focusedRow - 1);
+        break;
+    case Qt::Key_PageDown:
+        setFocusedRow(m_focusedRow + page);
+        break;
+    case Qt::Key_PageUp:
+        setFocusedRow(m_focusedRow - page);
+        break;
+    case Qt::Key_Home:
+        setFocusedRow(0);
+        break;
+    case Qt::Key_End:
+        setFocusedRow(m_rowCount - 1);
+        break;
+    case Qt::Key_Return:
+    case Qt::Key_Enter:
+    case Qt::Key_Space:
+        if (m_deleteRow >= 0 && m_deleteRow == m_focusedRow)
+            m_deleteButton->click();
+        else if (m_focusedRow >= 0)
+            userTappedRow(m_focusedRow);
+        break;
+    case Qt::Key_Delete:
+    case Qt::Key_Backspace:
+        showDeleteForRow(m_focusedRow);
+        break;
+    case Qt::Key_Escape:
+        if (m_deleteRow >= 0)
+            hideDelete();
+        else if (!m_editing && !m_selectedRows.isEmpty())
+            userTappedRow(m_selectedRows.first()); // a second tap closes the open row
+        else
+            event->ignore();
+        break;
+    default:
+        QAbstractScrollArea::keyPressEvent(event);
+    }
+}
+
+void TableView::focusInEvent(QFocusEvent *event)
+{
+    QAbstractScrollArea::focusInEvent(event);
+    if (m_focusedRow < 0 && m_rowCount > 0)
+        m_focusedRow = 0;
+    if (TableViewCell *cell = m_visibleCells.value(m_focusedRow))
+        cell->setKeyboardFocused(m_keyboardInUse);
+}
+
+void TableView::focusOutEvent(QFocusEvent *event)
+{
+    QAbstractScrollArea::focusOutEvent(event);
+    if (TableViewCell *cell = m_visibleCells.value(m_focusedRow))
+        cell->setKeyboardFocused(false);
 }

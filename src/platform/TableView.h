@@ -3,6 +3,7 @@
 #include "IndexPath.h"
 
 #include <QAbstractScrollArea>
+#include <QElapsedTimer>
 #include <QHash>
 #include <QList>
 #include <QMap>
@@ -10,6 +11,8 @@
 #include <optional>
 #include <vector>
 
+class QPushButton;
+class QTimer;
 class QVariantAnimation;
 class TableView;
 class TableViewCell;
@@ -21,6 +24,16 @@ public:
     virtual int numberOfSectionsInTableView() { return 1; }
     virtual int numberOfRowsInSection(int section) = 0;
     virtual TableViewCell *cellForRowAtIndexPath(const IndexPath &indexPath) = 0;
+
+    enum class EditingStyle
+    {
+        None = 0,
+        Delete = 1,
+        Insert = 2
+    };
+    // Rows that can be edited can be swiped left to reveal a Delete button.
+    virtual bool canEditRowAtIndexPath(const IndexPath &) { return false; }
+    virtual void commitEditingStyle(EditingStyle, const IndexPath &) {}
 };
 
 class TableViewDelegate
@@ -30,12 +43,21 @@ public:
     virtual double heightForRowAtIndexPath(const IndexPath &) { return 44.0; }
     virtual void didSelectRowAtIndexPath(const IndexPath &) {}
     virtual void didDeselectRowAtIndexPath(const IndexPath &) {}
+    virtual TableViewDataSource::EditingStyle editingStyleForRowAtIndexPath(const IndexPath &)
+    {
+        return TableViewDataSource::EditingStyle::Delete;
+    }
 };
 
 // A list of rows of varying height in one section that creates cells only for the rows on
 // screen. Cells that scroll away go to a queue per reuse identifier, from which the data
 // source takes them again (dequeueReusableCellWithIdentifier). Height changes made between
 // beginUpdates and endUpdates are animated.
+//
+// A tap selects a row; dragging scrolls, and a flick keeps scrolling and slows down; a row
+// that can be edited slides left under a horizontal drag (or the Delete key) to show Delete.
+// Keys: Up and Down move the focused row, Enter or Space taps it, Escape closes a revealed
+// Delete or taps the selected row again (which closes an open row).
 class TableView : public QAbstractScrollArea
 {
     Q_OBJECT
@@ -81,6 +103,20 @@ public:
 
     void setBackgroundColor(const QColor &color);
 
+    // The row that keyboard actions apply to, or -1.
+    int focusedRow() const { return m_focusedRow; }
+    void setFocusedRow(int row);
+    void scrollToRowAtIndexPath(const IndexPath &indexPath);
+
+    // The row whose Delete button is showing, or -1; showing it for a row hides any other.
+    int rowShowingDelete() const { return m_deleteRow; }
+    void showDeleteForRow(int row);
+    void hideDelete();
+    QPushButton *deleteButton() const { return m_deleteButton; }
+
+    // Cells kept in the reuse queues at most, all identifiers together; the oldest go first.
+    static constexpr int kMaxQueuedCells = 48;
+
 signals:
     // Every time cells have been placed for a new scroll position, size or height.
     void didLayoutCells();
@@ -89,7 +125,11 @@ protected:
     void resizeEvent(QResizeEvent *event) override;
     void scrollContentsBy(int dx, int dy) override;
     void mousePressEvent(QMouseEvent *event) override;
+    void mouseMoveEvent(QMouseEvent *event) override;
     void mouseReleaseEvent(QMouseEvent *event) override;
+    void keyPressEvent(QKeyEvent *event) override;
+    void focusInEvent(QFocusEvent *event) override;
+    void focusOutEvent(QFocusEvent *event) override;
     bool viewportEvent(QEvent *event) override;
 
 private:
@@ -99,25 +139,49 @@ private:
     void enqueue(TableViewCell *cell);
     int rowAtContentY(int y) const;
     void userTappedRow(int row);
+    bool canShowDelete(int row);
+    void setSwipeOffset(int row, int offset);
+    void flickStep();
 
-    TableViewDataSource *m_dataSource {nullptr};
-    TableViewDelegate *m_delegate {nullptr};
+    TableViewDataSource *m_dataSource { nullptr };
+    TableViewDelegate *m_delegate { nullptr };
 
-    int m_rowCount {0};
+    int m_rowCount { 0 };
     std::vector<double> m_heights;     // what is on screen, during an animation in between
     std::vector<double> m_fromHeights; // at the start of the running animation
     std::vector<double> m_toHeights;   // what the delegate asked for
     std::vector<int> m_offsets;        // top of each row, rounded; one more than rows
     QVariantAnimation *m_heightAnimation;
-    int m_updateDepth {0};
+    int m_updateDepth { 0 };
 
     QMap<int, TableViewCell *> m_visibleCells; // by row
     QHash<QString, QList<TableViewCell *>> m_reuseQueues;
-    QList<int> m_selectedRows; // in selection order
+    QList<int> m_selectedRows;           // in selection order
+    QList<TableViewCell *> m_queueOrder; // every queued cell, oldest first
 
-    bool m_editing {false};
-    bool m_multipleSelectionDuringEditing {false};
+    bool m_editing { false };
+    bool m_multipleSelectionDuringEditing { false };
+    enum class Drag
+    {
+        None,
+        Pending,
+        Scroll,
+        Swipe
+    };
+    Drag m_drag { Drag::None };
     QPoint m_pressPosition;
-    bool m_pressed {false};
-    QColor m_backgroundColor {Qt::transparent};
+    int m_pressScrollValue { 0 };
+    int m_swipeRow { -1 };
+    // Recent drag positions, for the speed of a flick.
+    QList<QPair<qint64, int>> m_dragSamples;
+    QElapsedTimer m_dragClock;
+    double m_flickVelocity { 0 }; // points per second
+    double m_flickPosition { 0 };
+    QTimer *m_flickTimer;
+    int m_focusedRow { -1 };
+    // The focused row is outlined only once the keyboard is in use, not after a tap.
+    bool m_keyboardInUse { false };
+    int m_deleteRow { -1 };
+    QPushButton *m_deleteButton;
+    QColor m_backgroundColor { Qt::transparent };
 };

@@ -9,7 +9,7 @@ constexpr int kTextFontSize = 17;
 constexpr int kDetailFontSize = 12;
 constexpr int kTextHeight = 21;
 constexpr int kDetailHeight = 15;
-constexpr QColor kSeparatorColor {60, 60, 67, 90};
+constexpr QColor kSeparatorColor { 60, 60, 67, 90 };
 } // namespace
 
 TableViewCell::TableViewCell(Style style, const QString &reuseIdentifier, QWidget *parent)
@@ -48,6 +48,28 @@ void TableViewCell::setBackgroundColor(const QColor &color)
     update();
 }
 
+void TableViewCell::setSelectedBackgroundView(QWidget *view)
+{
+    m_selectedBackgroundView = view;
+    update();
+}
+
+void TableViewCell::setKeyboardFocused(bool focused)
+{
+    if (m_keyboardFocused == focused)
+        return;
+    m_keyboardFocused = focused;
+    update();
+}
+
+void TableViewCell::setSwipeOffset(int offset)
+{
+    if (m_swipeOffset == offset)
+        return;
+    m_swipeOffset = offset;
+    layoutSubviews();
+}
+
 void TableViewCell::resizeEvent(QResizeEvent *)
 {
     layoutSubviews();
@@ -55,7 +77,7 @@ void TableViewCell::resizeEvent(QResizeEvent *)
 
 void TableViewCell::layoutSubviews()
 {
-    m_contentView->setGeometry(rect());
+    m_contentView->setGeometry(rect().translated(m_swipeOffset, 0));
     const int h = height();
     int x = kMargin;
     const QPixmap image = m_imageView->pixmap();
@@ -80,8 +102,20 @@ void TableViewCell::layoutSubviews()
 
 void TableViewCell::paintEvent(QPaintEvent *)
 {
-    if (m_backgroundColor.alpha() == 0)
-        return;
     QPainter painter(this);
-    painter.fillRect(rect(), m_backgroundColor);
+    if (m_swipeOffset < 0)
+        painter.fillRect(rect(), Qt::black); // under the content that slid away
+    else if (m_backgroundColor.alpha() > 0)
+        painter.fillRect(rect(), m_backgroundColor);
+    if (m_selected) {
+        const QColor selected = m_selectedBackgroundView
+                                    ? m_selectedBackgroundView->palette().color(QPalette::Window)
+                                    : QColor(128, 128, 128, 90);
+        if (!m_selectedBackgroundView || m_selectedBackgroundView->autoFillBackground())
+            painter.fillRect(rect(), selected);
+    }
+    if (m_keyboardFocused) {
+        painter.setPen(QPen(QColor(10, 132, 255), 2));
+        painter.drawRect(QRectF(rect()).adjusted(1, 1, -1, -1));
+    }
 }

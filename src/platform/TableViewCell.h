@@ -2,6 +2,7 @@
 
 #include <QColor>
 #include <QLabel>
+#include <QPointer>
 #include <QString>
 #include <QWidget>
 
@@ -36,6 +37,21 @@ public:
     void setBackgroundColor(const QColor &color);
     QColor backgroundColor() const { return m_backgroundColor; }
 
+    // What is drawn under a selected cell: the background of this view, which may be shared
+    // by many cells (it is not shown itself). Without one, selection is drawn in grey.
+    void setSelectedBackgroundView(QWidget *view);
+    QWidget *selectedBackgroundView() const { return m_selectedBackgroundView; }
+    void setSelectionTintColor(const QColor &color) { m_selectionTintColor = color; }
+    QColor selectionTintColor() const { return m_selectionTintColor; }
+
+    // The keyboard's row is outlined.
+    void setKeyboardFocused(bool focused);
+    bool isKeyboardFocused() const { return m_keyboardFocused; }
+
+    // How far the content is slid left to show the Delete button behind it.
+    void setSwipeOffset(int offset);
+    int swipeOffset() const { return m_swipeOffset; }
+
     // Places the subviews for the current size; runs on every resize.
     virtual void layoutSubviews();
     // Called by the table before the cell is handed out again from its reuse queue.
@@ -53,6 +69,10 @@ private:
     QLabel *m_detailTextLabel;
     QLabel *m_imageView;
     QWidget *m_separatorView;
-    QColor m_backgroundColor {Qt::transparent};
-    bool m_selected {false};
+    QColor m_backgroundColor { Qt::transparent };
+    QPointer<QWidget> m_selectedBackgroundView;
+    QColor m_selectionTintColor;
+    bool m_selected { false };
+    bool m_keyboardFocused { false };
+    int m_swipeOffset { 0 };
 };

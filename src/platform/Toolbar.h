@@ -26,7 +26,7 @@ protected:
 private:
     void layoutItems();
 
-    int m_barStyle {1};
+    int m_barStyle { 1 };
     QList<QPointer<BarButtonItem>> m_items;
     QList<QPointer<BarButton>> m_buttons; // null for flexible spaces
 };

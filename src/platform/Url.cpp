@@ -21,9 +21,20 @@ bool isUrlCharacter(QChar c)
     return QByteArrayView("-._~:/?#[]@!$&'()*+,;=%").contains(ch);
 }
 
+bool isScheme(QStringView scheme)
+{
+    if (scheme.isEmpty() || !scheme[0].isLetter())
+        return false;
+    for (const QChar c : scheme) {
+        if (!(c.isLetterOrNumber() || c == u'+' || c == u'-' || c == u'.'))
+            return false;
+    }
+    return true;
+}
+
 } // namespace
 
-std::optional<QUrl> Url::urlWithString(const QString &text)
+std::optional<Url> Url::urlWithString(const QString &text)
 {
     for (qsizetype i = 0; i < text.size(); ++i) {
         if (!isUrlCharacter(text[i]))
@@ -31,25 +42,33 @@ std::optional<QUrl> Url::urlWithString(const QString &text)
         if (text[i] == u'%' && (i + 2 >= text.size() || !isHex(text[i + 1]) || !isHex(text[i + 2])))
             return std::nullopt;
     }
-    QUrl url(text, QUrl::TolerantMode);
-    if (!url.isValid())
+    const qsizetype colon = text.indexOf(u':');
+    if (colon < 0 || !isScheme(QStringView(text).left(colon)))
+        return std::nullopt;
+    return Url(text);
+}
+
+std::optional<QUrl> Url::toQUrl() const
+{
+    const QUrl url(m_text, QUrl::TolerantMode);
+    if (!url.isValid() || url.toString(QUrl::FullyEncoded) != m_text)
         return std::nullopt;
     return url;
 }
 
-bool Url::canOpenURL(const QUrl &url)
+bool Url::canOpenURL(const Url &url)
 {
-    if (url.scheme().isEmpty())
-        return false;
     QProcess query;
-    query.start(QStringLiteral("xdg-mime"), {QStringLiteral("query"), QStringLiteral("default"),
-                                             QStringLiteral("x-scheme-handler/") + url.scheme()});
+    query.start(QStringLiteral("xdg-mime"), { QStringLiteral("query"), QStringLiteral("default"),
+                                              QStringLiteral("x-scheme-handler/") + url.scheme() });
     if (!query.waitForFinished(2000) || query.exitCode() != 0)
         return false;
     return !query.readAllStandardOutput().trimmed().isEmpty();
 }
 
-bool Url::openURL(const QUrl &url)
+bool Url::openURL(const Url &url)
 {
-    return QDesktopServices::openUrl(url);
+    if (const auto qurl = url.toQUrl(); qurl && QDesktopServices::openUrl(*qurl))
+        return true;
+    return QProcess::startDetached(QStringLiteral("xdg-open"), { url.toString() });
 }

@@ -4,17 +4,30 @@
 #include <QUrl>
 #include <optional>
 
-namespace Url {
+// A URL as text: made only from text that URLs allow, and kept exactly as written.
+// QUrl cannot hold every such URL: it refuses "tel://+15551234567" (a "+" in the host
+// place) in any mode and reads "tel://555" as an IPv4 address, while dialers take both.
+class Url
+{
+public:
+    // Nothing for text holding a character outside RFC 3986's set (a space, a quote, "<",
+    // ">", "\", "^", "`", "{", "|", "}", a control or non-ASCII character) or a "%" not
+    // followed by two hex digits, or without a scheme.
+    static std::optional<Url> urlWithString(const QString &text);
 
-// A URL for text made only of characters that URLs allow, with every "%" starting a
-// two-digit escape; nothing for anything else (a space, a quote, a non-ASCII letter ...).
-// Tolerant otherwise: "tel://+15551234567" is a URL.
-std::optional<QUrl> urlWithString(const QString &text);
+    QString toString() const { return m_text; }
+    QString scheme() const { return m_text.left(m_text.indexOf(u':')); }
+    // The same URL as a QUrl, when Qt can hold it unchanged.
+    std::optional<QUrl> toQUrl() const;
 
-// Whether some application is registered for the URL's scheme (xdg-mime).
-bool canOpenURL(const QUrl &url);
+    // Whether some application is registered for the scheme (xdg-mime).
+    static bool canOpenURL(const Url &url);
+    // Hands the URL to the desktop: through QDesktopServices when Qt can hold it (so that
+    // handlers, portals and xdg-open all apply), else straight to xdg-open. Answers whether
+    // it was handed on.
+    static bool openURL(const Url &url);
 
-// Hands the URL to the desktop; answers whether that succeeded.
-bool openURL(const QUrl &url);
-
-} // namespace Url
+private:
+    explicit Url(QString text) : m_text(std::move(text)) {}
+    QString m_text;
+};

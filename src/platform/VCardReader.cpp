@@ -85,11 +85,11 @@ struct CardBuilder
 VCardReader::Result VCardReader::read(const QByteArray &data)
 {
     if (data.contains('\0'))
-        return {{}, QStringLiteral("binary data")};
+        return { {}, QStringLiteral("binary data") };
     QStringDecoder decoder(QStringDecoder::Utf8);
     QString text = decoder(data);
     if (decoder.hasError())
-        return {{}, QStringLiteral("not UTF-8")};
+        return { {}, QStringLiteral("not UTF-8") };
 
     // Unfold continued lines: a line break followed by one blank or tab joins the lines.
     text.replace(QLatin1String("\r\n"), QLatin1String("\n"));
@@ -107,7 +107,8 @@ VCardReader::Result VCardReader::read(const QByteArray &data)
             continue;
         const auto malformed = [&](const char *what) {
             return Result {
-                {}, QStringLiteral("%1 at line %2").arg(QLatin1String(what)).arg(lineNumber)};
+                {}, QStringLiteral("%1 at line %2").arg(QLatin1String(what)).arg(lineNumber)
+            };
         };
 
         // The name part ends at the first colon that is not inside a quoted parameter.
@@ -170,7 +171,7 @@ VCardReader::Result VCardReader::read(const QByteArray &data)
             b.given = n.value(1).trimmed();
             QStringList ordered;
             for (const QString &part :
-                 {n.value(3), n.value(1), n.value(2), n.value(0), n.value(4)}) {
+                 { n.value(3), n.value(1), n.value(2), n.value(0), n.value(4) }) {
                 if (!part.trimmed().isEmpty())
                     ordered << part.trimmed();
             }
@@ -197,8 +198,8 @@ VCardReader::Result VCardReader::read(const QByteArray &data)
         }
     }
     if (card)
-        return {{}, QStringLiteral("card without END:VCARD")};
+        return { {}, QStringLiteral("card without END:VCARD") };
     if (result.contacts.isEmpty())
-        return {{}, QStringLiteral("no vCard in it")};
+        return { {}, QStringLiteral("no vCard in it") };
     return result;
 }

@@ -70,5 +70,5 @@ private:
     NavigationItem *m_navigationItem;
     QPointer<QWidget> m_navigationController; // a NavigationController
     QList<QPointer<BarButtonItem>> m_toolbarItems;
-    bool m_editing {false};
+    bool m_editing { false };
 };

@@ -2,35 +2,49 @@
 
 #include <QObject>
 #include <QPointer>
+#include <QTimer>
 #include <QWidget>
 #include <memory>
 
-class TableViewCell;
+class VTCell;
 
-// The one playback controller: it owns the playback controls and moves them into the row
-// that is opened for playing. The list asks it to take the controls down from a row with
-// destroyPlayer before a row is opened, closed or rebuilt.
+// The one playback controller: it owns one set of playback controls in a container and
+// moves that container into whichever row is opened for playing. The list calls
+// destroyPlayer on the previous row first, then setupPlayerForCell on the new one.
 //
-// The controls container is made here and is empty: the play button, scrub bar and speaker
-// switch are built into it, and the audio player created, when a row is set up for playing.
-// Until then nothing plays and isPlaying answers false.
+// The container is empty as yet: the play button, scrub bar, speaker switch and the audio
+// player itself are built into it when playback lands. Until then an opened row shows the
+// empty container in its lower half, nothing plays and isPlaying answers false.
 class VantrelPlayer : public QObject
 {
     Q_OBJECT
 public:
-    explicit VantrelPlayer(QObject *parent = nullptr);
+    explicit VantrelPlayer(const QString &messagesDirectory, QObject *parent = nullptr);
     ~VantrelPlayer() override;
 
     // The last player made, or null; never makes one.
     static VantrelPlayer *sharedInstance();
 
     bool isPlaying() const { return false; }
-    QWidget *container() const { return m_container.get(); }
+    QWidget *container() const { return m_container; }
+    // Full path of the recording last set up.
+    QString urlString() const { return m_urlString; }
 
-    // Takes the controls out of whichever row holds them. The cell is not consulted.
-    void destroyPlayer(TableViewCell *cell);
+    // Puts the controls into the cell's player view.
+    void setupPlayerForCell(VTCell *cell);
+    // Takes the controls down from whichever row holds them, a moment later, once the row
+    // has begun to close. The cell is not consulted.
+    void destroyPlayer(VTCell *cell);
+
+    // How long the controls stay in a closing row.
+    static constexpr int kRemovalDelayMs = 50;
 
 private:
-    // Owned here while it is in no row; a row's player view holds it while it is shown.
-    std::unique_ptr<QWidget> m_container;
+    QString m_messagesDirectory;
+    QString m_urlString;
+    // Parentless while in no row; a row's player view holds it while it is shown. The
+    // pointer is guarded because that row may be destroyed with the container in it.
+    QPointer<QWidget> m_container;
+    std::unique_ptr<QWidget> m_ownedContainer;
+    QTimer m_removal;
 };

@@ -28,6 +28,6 @@ public:
     static void sort(QList<Entry> &entries);
 
 private:
-    const ContactStore *m_contacts {nullptr};
+    const ContactStore *m_contacts { nullptr };
     QLocale m_displayLocale;
 };

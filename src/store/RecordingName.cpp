@@ -39,8 +39,9 @@ bool readLiteral(QStringView text, qsizetype &pos, QChar literal)
 
 std::optional<int> readMonth(QStringView text, qsizetype &pos)
 {
-    static constexpr std::array<const char *, 12> months = {
-        "jan", "feb", "mar", "apr", "may", "jun", "jul", "aug", "sep", "oct", "nov", "dec"};
+    static constexpr std::array<const char *, 12> months = { "jan", "feb", "mar", "apr",
+                                                             "may", "jun", "jul", "aug",
+                                                             "sep", "oct", "nov", "dec" };
     if (pos + 3 > text.size())
         return std::nullopt;
     const QString candidate = text.mid(pos, 3).toString().toLower();
@@ -62,7 +63,7 @@ std::optional<RecordingName> RecordingName::parse(const QString &fileName)
     const QStringList parts = deletingPathExtension(fileName).split(QLatin1String("-_"));
     if (parts.size() != 4 || parts[0] != QLatin1String("msg"))
         return std::nullopt;
-    return RecordingName {parts[1], parts[2], parts[3]};
+    return RecordingName { parts[1], parts[2], parts[3] };
 }
 
 QString RecordingName::transcriptName(const QString &fileName)

@@ -58,9 +58,9 @@ private:
     friend void KQCallback(QSocketNotifier *kqRef, int callBackTypes, void *info);
     void kqueueFired();
 
-    VTDirectoryWatcherDelegate *m_delegate {nullptr}; // not owned
-    int dirFD {-1}; // the watched directory, opened as a path only
-    int kq {-1};    // the inotify instance
+    VTDirectoryWatcherDelegate *m_delegate { nullptr }; // not owned
+    int dirFD { -1 }; // the watched directory, opened as a path only
+    int kq { -1 };    // the inotify instance
     QString watchPath;
     QPointer<QSocketNotifier> dirKQRef; // readiness of kq on the event loop; a child
 };

@@ -24,7 +24,7 @@ public:
         m_bus.connect(QString(), "/net/zorvath/vantrel", "com.canonical.Unity.LauncherEntry",
                       "Update", this, SLOT(badge(QDBusMessage)));
     }
-    int visibleCount {0};
+    int visibleCount { 0 };
     QList<qint64> badgeCounts;
 
 public slots:
@@ -97,8 +97,8 @@ void TestApplication::updateNotificationReloadsWithoutLeavingEditMode()
 
     app()->tableController()->setEditing(true, false);
     const qsizetype badges = m_spy->badgeCounts.size();
-    QProcess::execute("dbus-send", {"--session", "--type=signal", "/net/zorvath/vantrel",
-                                    "net.zorvath.vantrel.updateApplicationTable"});
+    QProcess::execute("dbus-send", { "--session", "--type=signal", "/net/zorvath/vantrel",
+                                     "net.zorvath.vantrel.updateApplicationTable" });
     QTRY_COMPARE(app()->tableController()->entryList().size(), 2);
     QCOMPARE(app()->tableController()->entryList().first().filename, newest);
     QTRY_VERIFY(m_spy->badgeCounts.size() > badges);
@@ -150,7 +150,7 @@ void TestApplication::runsWithoutSessionBus()
     vantrel.setProcessEnvironment(environment);
     const QString shot = m_root.filePath("shot.png");
     vantrel.start(QStringLiteral(VANTREL_EXECUTABLE),
-                  {"--messages-dir", messages(), "--screenshot", shot});
+                  { "--messages-dir", messages(), "--screenshot", shot });
     QVERIFY(vantrel.waitForFinished(30000));
     QCOMPARE(vantrel.exitCode(), 0);
     QVERIFY(QImage(shot).width() > 0);

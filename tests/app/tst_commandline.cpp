@@ -29,36 +29,36 @@ void TestCommandLine::parse_data()
     QTest::newRow("defaults") << QStringList {} << QStringList {} << int(Action::Run) << standard
                               << "" << QSize() << "";
     QTest::newRow("environment") << QStringList {}
-                                 << QStringList {"VANTREL_MESSAGES_DIR=/env/dir",
-                                                 "VANTREL_CONTACTS=/env/c.vcf"}
+                                 << QStringList { "VANTREL_MESSAGES_DIR=/env/dir",
+                                                  "VANTREL_CONTACTS=/env/c.vcf" }
                                  << int(Action::Run) << "/env/dir"
                                  << "/env/c.vcf" << QSize() << "";
-    QTest::newRow("option wins") << QStringList {"--messages-dir", "/opt/dir",
-                                                 "--contacts=/opt/c.vcf"}
-                                 << QStringList {"VANTREL_MESSAGES_DIR=/env/dir",
-                                                 "VANTREL_CONTACTS=/env/c.vcf"}
+    QTest::newRow("option wins") << QStringList { "--messages-dir", "/opt/dir",
+                                                  "--contacts=/opt/c.vcf" }
+                                 << QStringList { "VANTREL_MESSAGES_DIR=/env/dir",
+                                                  "VANTREL_CONTACTS=/env/c.vcf" }
                                  << int(Action::Run) << "/opt/dir"
                                  << "/opt/c.vcf" << QSize() << "";
-    QTest::newRow("size") << QStringList {"--size", "720x1440"} << QStringList {}
+    QTest::newRow("size") << QStringList { "--size", "720x1440" } << QStringList {}
                           << int(Action::Run) << standard << "" << QSize(720, 1440) << "";
     QTest::newRow("qt's own options pass")
-        << QStringList {"-platform", "offscreen", "-reverse"} << QStringList {} << int(Action::Run)
-        << standard << "" << QSize() << "";
-    QTest::newRow("help") << QStringList {"--help"} << QStringList {} << int(Action::ShowHelp)
+        << QStringList { "-platform", "offscreen", "-reverse" } << QStringList {}
+        << int(Action::Run) << standard << "" << QSize() << "";
+    QTest::newRow("help") << QStringList { "--help" } << QStringList {} << int(Action::ShowHelp)
                           << standard << "" << QSize() << "";
-    QTest::newRow("unknown") << QStringList {"--colour"} << QStringList {} << int(Action::Fail)
+    QTest::newRow("unknown") << QStringList { "--colour" } << QStringList {} << int(Action::Fail)
                              << standard << "" << QSize()
                              << "vantrel: unknown option '--colour' (see --help)";
     QTest::newRow("stray argument")
-        << QStringList {"inbox"} << QStringList {} << int(Action::Fail) << standard << "" << QSize()
-        << "vantrel: unexpected argument 'inbox' (see --help)";
+        << QStringList { "inbox" } << QStringList {} << int(Action::Fail) << standard << ""
+        << QSize() << "vantrel: unexpected argument 'inbox' (see --help)";
     QTest::newRow("missing value")
-        << QStringList {"--messages-dir"} << QStringList {} << int(Action::Fail) << standard << ""
+        << QStringList { "--messages-dir" } << QStringList {} << int(Action::Fail) << standard << ""
         << QSize() << "vantrel: option '--messages-dir' needs a value";
-    for (const char *bad : {"375", "0x667", "375x", "-5x10", "375x667x2", "99999x2"}) {
+    for (const char *bad : { "375", "0x667", "375x", "-5x10", "375x667x2", "99999x2" }) {
         QTest::newRow(qPrintable(QStringLiteral("size %1").arg(bad)))
-            << QStringList {"--size", bad} << QStringList {} << int(Action::Fail) << standard << ""
-            << QSize()
+            << QStringList { "--size", bad } << QStringList {} << int(Action::Fail) << standard
+            << "" << QSize()
             << QStringLiteral(
                    "vantrel: invalid value '%1' for --size (expected WxH, such as 375x667)")
                    .arg(bad);
@@ -78,7 +78,7 @@ void TestCommandLine::parse()
     QProcessEnvironment env;
     for (const QString &pair : environment)
         env.insert(pair.section(u'=', 0, 0), pair.section(u'=', 1));
-    const CommandLine result = CommandLine::parse(QStringList {"vantrel"} + arguments, env);
+    const CommandLine result = CommandLine::parse(QStringList { "vantrel" } + arguments, env);
     QCOMPARE(int(result.action), action);
     QCOMPARE(result.error, error);
     if (result.action == Action::Run) {
@@ -93,16 +93,16 @@ void TestCommandLine::exitCodes_data()
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<int>("exitCode");
     QTest::addColumn<QString>("stderrLine");
-    QTest::newRow("version") << QStringList {"--version"} << 0 << "";
-    QTest::newRow("help") << QStringList {"--help"} << 0 << "";
+    QTest::newRow("version") << QStringList { "--version" } << 0 << "";
+    QTest::newRow("help") << QStringList { "--help" } << 0 << "";
     QTest::newRow("unknown option")
-        << QStringList {"--nope"} << 2 << "vantrel: unknown option '--nope' (see --help)";
-    QTest::newRow("bad size")
-        << QStringList {"--size", "big"} << 2
-        << "vantrel: invalid value 'big' for --size (expected WxH, such as 375x667)";
+        << QStringList { "--nope" } << 2 << "vantrel: unknown option '--nope' (see --help)";
+    QTest::newRow("bad size") << QStringList {
+        "--size", "big"
+    } << 2 << "vantrel: invalid value 'big' for --size (expected WxH, such as 375x667)";
     QTest::newRow("unwritable screenshot")
-        << QStringList {"--messages-dir", "/nonexistent", "--screenshot",
-                        "/nonexistent/dir/shot.png"}
+        << QStringList { "--messages-dir", "/nonexistent", "--screenshot",
+                         "/nonexistent/dir/shot.png" }
         << 1 << "";
 }
 

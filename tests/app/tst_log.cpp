@@ -130,15 +130,15 @@ void TestLog::dumpASBDWritesNineLines()
                                }),
                 lines.end());
     QCOMPARE(lines.size(), 9);
-    const QStringList expected = {"VantrelLog : mSampleRate         8000.000000",
-                                  "VantrelLog : mFormatID           mcpl",
-                                  "VantrelLog : mFormatFlags        12",
-                                  "VantrelLog : mBytesPerPacket     2",
-                                  "VantrelLog : mFramesPerPacket    1",
-                                  "VantrelLog : mBytesPerFrame      2",
-                                  "VantrelLog : mChannelsPerFrame   1",
-                                  "VantrelLog : mBitsPerChannel     16",
-                                  "VantrelLog : mReserved           0"};
+    const QStringList expected = { "VantrelLog : mSampleRate         8000.000000",
+                                   "VantrelLog : mFormatID           mcpl",
+                                   "VantrelLog : mFormatFlags        12",
+                                   "VantrelLog : mBytesPerPacket     2",
+                                   "VantrelLog : mFramesPerPacket    1",
+                                   "VantrelLog : mBytesPerFrame      2",
+                                   "VantrelLog : mChannelsPerFrame   1",
+                                   "VantrelLog : mBitsPerChannel     16",
+                                   "VantrelLog : mReserved           0" };
     for (int i = 0; i < 9; ++i)
         QVERIFY2(lines[i].endsWith(QLatin1Char(' ') + expected[i]), qPrintable(lines[i]));
 }

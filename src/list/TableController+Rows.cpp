@@ -1,0 +1,135 @@
+// The list's rows: how a cell is filled from its entry, how tall each row is, and what a
+// tap on a row does. One row at a time is open (108 points, with the player or the
+// transcript in it); selectedRowIndex remembers which.
+
+#include "TableController.h"
+#include "VTCell.h"
+#include "app/Log.h"
+#include "platform/View.h"
+#include "playback/VantrelPlayer.h"
+
+#include <QAccessible>
+
+namespace {
+const QColor kCellBackground { 0, 0, 0, 3 }; // black at alpha 0.01: drawn, yet not seen
+} // namespace
+
+int TableController::numberOfRowsInSection(int)
+{
+    return int(entries.size());
+}
+
+TableViewCell *TableController::cellForRowAtIndexPath(const IndexPath &indexPath)
+{
+    // One identifier per row: a row gets back its own cell, with whatever player or
+    // transcript state it had.
+    const QString identifier =
+        QStringLiteral("%1-%2").arg(QLatin1String("VANTREL")).arg(indexPath.row);
+    auto *cell = qobject_cast<VTCell *>(tableView()->dequeueReusableCellWithIdentifier(identifier));
+    if (!cell)
+        cell =
+            new VTCell(TableViewCell::Style::Subtitle, identifier, this, tableView()->viewport());
+    if (indexPath.row < 0 || indexPath.row >= entries.size())
+        return cell;
+
+    const Entry &entry = entries.at(indexPath.row);
+    cell->textLabel()->setText(entry.name);
+    if (entry.textFile) {
+        // Never set back: a cell that had a transcript keeps its read button. Kept so; the
+        // identifier is per row, so only a rebuilt list can give the row another recording.
+        cell->setHasText(true);
+        setAlpha(cell->readButton(), 1.0);
+        cell->setTextFile(*entry.textFile);
+    }
+    cell->detailTextLabel()->setText(entry.detailText());
+    const Contact *contact = existingContactForAddress(entry.address);
+    setAlpha(cell->phoneButton(), entry.address == QLatin1String("PRIVATE") ? 0.0 : 1.0);
+    cell->imageView()->setPixmap(imageForContact(contact));
+    cell->setSelectionTintColor(Qt::white);
+    mylog(QStringLiteral("dict in cell %1").arg(entry.description()));
+    cell->setPlayerDuration(entry.duration.value_or(0.0));
+    cell->setFilePath(entry.filename);
+    if (!m_selectedBackgroundView) {
+        m_selectedBackgroundView = std::make_unique<QWidget>();
+        m_selectedBackgroundView->setGeometry(cell->geometry());
+        m_selectedBackgroundView->setAutoFillBackground(false); // clear
+    }
+    cell->setSelectedBackgroundView(m_selectedBackgroundView.get());
+    cell->setBackgroundColor(kCellBackground);
+    cell->textLabel()->setStyleSheet(QStringLiteral("color: white;"));
+    cell->detailTextLabel()->setStyleSheet(QStringLiteral("color: lightgray;"));
+
+    cell->setAccessibleName(entry.name);
+    cell->setAccessibleDescription(entry.detailText());
+    cell->phoneButton()->setAccessibleName(QStringLiteral("Call back %1").arg(entry.name));
+    cell->layoutSubviews();
+    return cell;
+}
+
+double TableController::heightForRowAtIndexPath(const IndexPath &indexPath)
+{
+    // Rows are compared by number only, whatever their section.
+    return selectedRowIndex && selectedRowIndex->row == indexPath.row ? kOpenRowHeight
+                                                                      : kClosedRowHeight;
+}
+
+void TableController::didSelectRowAtIndexPath(const IndexPath &indexPath)
+{
+    TableView *table = tableView();
+    if (table->isEditing())
+        updateToolbarButtonsVisibility();
+
+    auto *cell = qobject_cast<VTCell *>(table->cellForRowAtIndexPath(indexPath));
+    if (cell) {
+        // The row is about to change size and contents: screen readers re-read it.
+        QAccessibleEvent layoutChanged(cell, QAccessible::LocationChanged);
+        QAccessible::updateAccessibility(&layoutChanged);
+    }
+    setCurrentPlayerIndexPath(cell && cell->isSelected() ? std::nullopt : std::optional(indexPath));
+
+    // Whatever else happens, the player comes down first.
+    _playerController->destroyPlayer(cell);
+
+    if (isEditing())
+        return; // a tap in edit mode only selects, for the bulk actions
+
+    if (selectedRowIndex && selectedRowIndex->row == indexPath.row) {
+        selectedRowIndex.reset();
+    } else {
+        selectedRowIndex = indexPath;
+        // A row opened from its read button shows the transcript, not the player.
+        if (cell && !cell->readButton()->isSelected())
+            _playerController->setupPlayerForCell(cell);
+    }
+
+    table->beginUpdates();
+    table->endUpdates();
+
+    if (indexPath.row > 0) {
+        if (TableViewCell *above =
+                table->cellForRowAtIndexPath({ indexPath.section, indexPath.row - 1 }))
+            above->separatorView()->setHidden(false);
+    }
+}
+
+void TableController::didDeselectRowAtIndexPath(const IndexPath &)
+{
+    if (tableView()->isEditing())
+        updateToolbarButtonsVisibility();
+    // Only forgotten: the player stays up and heights stay until the next selection.
+    selectedRowIndex.reset();
+}
+
+void TableController::setCurrentPlayerIndexPath(const std::optional<IndexPath> &indexPath)
+{
+    TableView *table = tableView();
+    auto *current =
+        indexPath ? qobject_cast<VTCell *>(table->cellForRowAtIndexPath(*indexPath)) : nullptr;
+    const int section = indexPath ? indexPath->section : 0;
+    for (int row = 0; row < table->numberOfRowsInSection(section); ++row) {
+        if (auto *cell = qobject_cast<VTCell *>(table->cellForRowAtIndexPath({ section, row })))
+            cell->setIsCurrentPlayerCell(false);
+    }
+    if (current)
+        current->setIsCurrentPlayerCell(true);
+}

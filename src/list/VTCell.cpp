@@ -1,0 +1,141 @@
+#include "VTCell.h"
+
+#include "TableController.h"
+#include "platform/Screen.h"
+#include "platform/View.h"
+
+#include <QEvent>
+#include <QTimer>
+
+namespace {
+// The phone's frames, in points.
+constexpr int kButtonTop = 8;
+constexpr int kReadButtonRightInset = 43;
+constexpr int kPhoneButtonRightInset = 86;
+constexpr int kReaderRightInset = 37;
+constexpr int kReaderBottomInset = 17;
+constexpr int kReaderGap = 5;
+constexpr int kTextTop = 10;
+constexpr double kDetailTop = 30.5;
+constexpr int kImageTop = 6;
+constexpr double kPlayerTop = 56.5;
+constexpr double kPlayerHeight = 53.5;
+constexpr int kReaderFontSize = 13;
+// A cell is made at the size the phone gives a new cell, and laid out again once placed.
+constexpr int kInitialCellHeight = 44;
+} // namespace
+
+VTCell::VTCell(Style style, const QString &reuseIdentifier, TableController *target,
+               QWidget *parent)
+    : TableViewCell(style, reuseIdentifier, parent), m_readButton(new Button(contentView())),
+      m_phoneButton(new Button(contentView())), m_readerView(new QTextBrowser(contentView())),
+      m_playerView(new QWidget(contentView()))
+{
+    resize(Screen::mainScreenBounds().width(), kInitialCellHeight);
+    TableViewCell::layoutSubviews();
+    const QWidget *content = contentView();
+    const QRect text = textLabel()->geometry();
+
+    m_readerView->setGeometry(text.x(), text.y(), content->width() - text.x() - kReaderRightInset,
+                              content->height() - kReaderBottomInset);
+    m_readerView->setFrameShape(QFrame::NoFrame);
+    m_readerView->setOpenLinks(false);
+    m_readerView->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    m_readerView->setFocusPolicy(Qt::NoFocus);
+    m_readerView->viewport()->setAutoFillBackground(false);
+    m_readerView->setStyleSheet(
+        QStringLiteral("QTextBrowser { background: transparent; color: rgba(255,255,255,204); }"));
+    QFont readerFont = m_readerView->font();
+    readerFont.setPixelSize(kReaderFontSize);
+    m_readerView->setFont(readerFont);
+    m_readerView->setAccessibleName(QStringLiteral("Transcript"));
+    setAlpha(m_readerView, 0.0);
+
+    m_readButton->setObjectName(QStringLiteral("reader"));
+    m_readButton->setBackgroundImage(QStringLiteral("reader"), Button::State::Normal);
+    m_readButton->setBackgroundImage(QStringLiteral("reader-selected"), Button::State::Selected);
+    m_readButton->setGeometry(content->width() - kReadButtonRightInset, kButtonTop,
+                              kButtonSize.width(), kButtonSize.height());
+    m_readButton->setAccessibleName(QStringLiteral("Transcript"));
+    m_readButton->setCheckable(false);
+    m_readButton->setSelected(false);
+
+    m_phoneButton->setObjectName(QStringLiteral("PhoneHandleAnswer"));
+    m_phoneButton->setBackgroundImage(QStringLiteral("PhoneHandleAnswer"), Button::State::Normal);
+    m_phoneButton->setGeometry(content->width() - kPhoneButtonRightInset, kButtonTop,
+                               kButtonSize.width(), kButtonSize.height());
+    m_phoneButton->setAccessibleName(QStringLiteral("Call back"));
+
+    if (target) {
+        connect(m_readButton, &QAbstractButton::clicked, target,
+                [target, button = m_readButton] { target->readerViewTapped(button); });
+        connect(m_phoneButton, &QAbstractButton::clicked, target,
+                [target, button = m_phoneButton] { target->dialButtonTapped(button); });
+    }
+
+    m_playerView->setGeometry(
+        QRectF(0, kPlayerTop, Screen::mainScreenBounds().width(), kPlayerHeight).toRect());
+    m_playerView->setAccessibleName(QStringLiteral("Player"));
+    // The player's controls come and go; the cell lays itself out again when they do.
+    m_playerView->installEventFilter(this);
+}
+
+bool VTCell::hasPlayer() const
+{
+    return !m_playerView->findChildren<QWidget *>(Qt::FindDirectChildrenOnly).isEmpty();
+}
+
+bool VTCell::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == m_playerView &&
+        (event->type() == QEvent::ChildAdded || event->type() == QEvent::ChildRemoved) &&
+        !m_layoutPending) {
+        m_layoutPending = true;
+        QTimer::singleShot(0, this, [this] {
+            m_layoutPending = false;
+            layoutSubviews();
+        });
+    }
+    return TableViewCell::eventFilter(watched, event);
+}
+
+void VTCell::layoutSubviews()
+{
+    TableViewCell::layoutSubviews();
+    const QWidget *content = contentView();
+    QLabel *text = textLabel();
+    QLabel *detail = detailTextLabel();
+
+    text->move(text->x(), kTextTop);
+    detail->move(detail->x(), qRound(kDetailTop));
+    imageView()->move(imageView()->x(), kImageTop);
+
+    m_playerView->setGeometry(QRectF(0, kPlayerTop, width(), kPlayerHeight).toRect());
+    setAlpha(m_playerView, hasPlayer() ? 1.0 : 0.0);
+
+    if (alpha(m_playerView) == 0.0) {
+        const bool reading = m_readButton->isSelected();
+        setAlpha(text, reading ? 0.0 : 1.0);
+        setAlpha(detail, reading ? 0.0 : 1.0);
+        setAlpha(m_readerView, reading ? 1.0 : 0.0);
+    } else {
+        // A player always wins over an open transcript.
+        m_playerView->setGeometry(0, height() / 2, width(), height() / 2);
+        setAlpha(m_readerView, 0.0);
+        m_readButton->setSelected(false);
+        setAlpha(text, 1.0);
+        setAlpha(detail, 1.0);
+    }
+
+    setAlpha(m_readButton, m_hasText ? 1.0 : 0.0);
+
+    m_readButton->setGeometry(content->width() - kReadButtonRightInset, kButtonTop,
+                              kButtonSize.width(), kButtonSize.height());
+    m_phoneButton->setGeometry(content->width() - kPhoneButtonRightInset, kButtonTop,
+                               kButtonSize.width(), kButtonSize.height());
+
+    const int phoneX = m_phoneButton->x();
+    m_readerView->setGeometry(text->x(), text->y(), phoneX - text->x() - kReaderGap,
+                              content->height() - kReaderBottomInset);
+    text->resize(phoneX - text->x(), text->height());
+}

@@ -1,0 +1,72 @@
+#pragma once
+
+#include "platform/Button.h"
+#include "platform/TableViewCell.h"
+
+#include <QPointer>
+#include <QTextBrowser>
+
+class TableController;
+
+// One recording in the list: the caller's monogram, name and "date - kind", a read button
+// when there is a transcript, a call-back button, the transcript view that takes the name's
+// place when it is read, and the player view into which the player puts its controls when
+// the row is opened. The cell only lays itself out and carries state; which row is open is
+// the list's business.
+class VTCell : public TableViewCell
+{
+    Q_OBJECT
+public:
+    // The buttons send their actions to target, the list.
+    VTCell(Style style, const QString &reuseIdentifier, TableController *target,
+           QWidget *parent = nullptr);
+
+    Button *readButton() const { return m_readButton; }
+    Button *phoneButton() const { return m_phoneButton; }
+
+    bool hasText() const { return m_hasText; }
+    void setHasText(bool hasText) { m_hasText = hasText; }
+    // A mark only: this row was last made the current player row.
+    bool isCurrentPlayerCell() const { return m_isCurrentPlayerCell; }
+    void setIsCurrentPlayerCell(bool current) { m_isCurrentPlayerCell = current; }
+    int fileDuration() const { return m_fileDuration; }
+    void setFileDuration(int duration) { m_fileDuration = duration; }
+    int fileSize() const { return m_fileSize; }
+    void setFileSize(int size) { m_fileSize = size; }
+    QString textFile() const { return m_textFile; }
+    void setTextFile(const QString &textFile) { m_textFile = textFile; }
+    QTextBrowser *readerView() const { return m_readerView; }
+    QString readerText() const { return m_readerText; }
+    void setReaderText(const QString &text) { m_readerText = text; }
+    QWidget *playerView() const { return m_playerView; }
+    double playerDuration() const { return m_playerDuration; }
+    void setPlayerDuration(double duration) { m_playerDuration = duration; }
+    // The bare name of the recording in the Messages directory.
+    QString filePath() const { return m_filePath; }
+    void setFilePath(const QString &filePath) { m_filePath = filePath; }
+
+    // Whether the player view holds the player's controls.
+    bool hasPlayer() const;
+
+    void layoutSubviews() override;
+
+    static constexpr QSize kButtonSize { 33, 29 };
+
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
+private:
+    Button *m_readButton;
+    Button *m_phoneButton;
+    QTextBrowser *m_readerView;
+    QWidget *m_playerView;
+    bool m_hasText { false };
+    bool m_isCurrentPlayerCell { false };
+    int m_fileDuration { 0 };
+    int m_fileSize { 0 };
+    QString m_textFile;
+    QString m_readerText;
+    double m_playerDuration { 0 };
+    QString m_filePath;
+    bool m_layoutPending { false };
+};

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <QAbstractButton>
+#include <QHash>
+#include <QString>
+
+// A custom button with a selected state and an image for each state, drawn to fill the
+// button. Target actions are Qt connections to clicked() (a tap released inside).
+class Button : public QAbstractButton
+{
+    Q_OBJECT
+public:
+    enum class State
+    {
+        Normal = 0,
+        Selected = 4
+    };
+
+    explicit Button(QWidget *parent = nullptr);
+
+    bool isSelected() const { return m_selected; }
+    void setSelected(bool selected);
+
+    // An image by name (see Images) for the state; a state without one shows Normal's.
+    void setBackgroundImage(const QString &imageName, State state);
+    QString backgroundImage(State state) const { return m_images.value(state); }
+    // Space kept free around the image, in points.
+    void setImageEdgeInsets(int inset);
+
+    // The button's state has changed from outside; lays it out again (kept for callers that
+    // ask a button to refresh after changing its selection).
+    void layoutSubviews() { update(); }
+
+    QSize sizeHint() const override { return { 33, 29 }; }
+
+signals:
+    void selectedChanged(bool selected);
+
+protected:
+    void paintEvent(QPaintEvent *event) override;
+
+private:
+    bool m_selected { false };
+    int m_inset { 0 };
+    QHash<State, QString> m_images;
+};
+
+inline size_t qHash(Button::State state, size_t seed = 0)
+{
+    return ::qHash(int(state), seed);
+}

@@ -1,0 +1,69 @@
+#include "ListScreen.h"
+
+#include "TestSupport.h"
+
+#include <QDir>
+#include <QScrollBar>
+#include <QTest>
+#include <QVBoxLayout>
+
+ListScreen::ListScreen()
+{
+    QDir(m_root.path()).mkdir(QStringLiteral("Messages"));
+    // Callers in the contacts are shown by name; everybody else by number.
+    TestSupport::writeFile(m_root.filePath(QStringLiteral("contacts.vcf")),
+                           "BEGIN:VCARD\r\nVERSION:3.0\r\nFN:Daniel Reyes\r\nN:Reyes;Daniel;;;\r\n"
+                           "TEL;TYPE=CELL:(555) 123-4567\r\nEND:VCARD\r\n");
+    qputenv("VANTREL_CONTACTS", m_root.filePath(QStringLiteral("contacts.vcf")).toLocal8Bit());
+}
+
+ListScreen::~ListScreen() = default;
+
+QString ListScreen::addRecording(const QString &kind, const QString &address, const QString &time,
+                                 const QByteArray &transcript)
+{
+    const QString name = TestSupport::recordingName(kind, address, time);
+    TestSupport::writeFile(messages() + u'/' + name);
+    if (!transcript.isNull())
+        TestSupport::writeFile(
+            messages() + u'/' + QString(name).replace(QLatin1String(".caf"), QLatin1String(".txt")),
+            transcript);
+    return name;
+}
+
+void ListScreen::open(const QString &directory)
+{
+    m_window = std::make_unique<QWidget>();
+    m_window->resize(375, 667);
+    m_list = new TableController(directory.isNull() ? messages() : directory, m_window.get());
+    m_navigation = new RootViewController(m_list, m_window.get());
+    auto *layout = new QVBoxLayout(m_window.get());
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(m_navigation);
+    m_window->show();
+    QVERIFY(QTest::qWaitForWindowExposed(m_window.get()));
+}
+
+VTCell *ListScreen::cell(int row) const
+{
+    return qobject_cast<VTCell *>(table()->cellForRowAtIndexPath({ 0, row }));
+}
+
+void ListScreen::tapRow(int row)
+{
+    const QRect rect = table()->rectForRowAtIndexPath({ 0, row });
+    const QPoint point(rect.center().x(), rect.top() + 27 - table()->verticalScrollBar()->value());
+    QTest::mouseClick(table()->viewport(), Qt::LeftButton, {}, point);
+}
+
+bool ListScreen::waitForHeights(const QList<int> &heights)
+{
+    const auto current = [&] {
+        QList<int> rows;
+        for (int row = 0; row < heights.size(); ++row)
+            rows << table()->rectForRowAtIndexPath({ 0, row }).height();
+        return rows;
+    };
+    return QTest::qWaitFor([&] { return !table()->isAnimatingHeights() && current() == heights; },
+                           3000);
+}
