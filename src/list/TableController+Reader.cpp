@@ -9,6 +9,7 @@
 #include "platform/View.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QStringDecoder>
 #include <QTimer>
 
@@ -17,6 +18,9 @@ namespace {
 // The transcript as UTF-8, or a null string when it is missing or not UTF-8.
 QString readTranscript(const QString &path)
 {
+    // Only a regular file: opening a pipe named like a transcript would wait for a writer.
+    if (!QFileInfo(path).isFile())
+        return {};
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
         return {};

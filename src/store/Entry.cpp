@@ -68,7 +68,8 @@ QString Entry::description() const
     QStringList pairs;
     pairs << QStringLiteral("address = %1").arg(quoted(address));
     if (date)
-        pairs << QStringLiteral("date = %1").arg(date->toString(Qt::ISODate));
+        // With its offset from UTC, as the phone prints a date: 2026-11-15T22:10:07-05:00.
+        pairs << QStringLiteral("date = %1").arg(date->toOffsetFromUtc(date->offsetFromUtc()).toString(Qt::ISODate));
     if (dateString)
         pairs << QStringLiteral("dateString = %1").arg(quoted(*dateString));
     if (duration)

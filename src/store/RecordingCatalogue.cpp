@@ -61,6 +61,8 @@ std::optional<Entry> RecordingCatalogue::entryForFile(const QString &directory,
         return std::nullopt;
 
     Entry entry;
+    // A name without ".caf" (one ending in "caf" alone) is its own transcript name, and so is
+    // paired with itself; the reader then finds no UTF-8 text in it. Kept as it always was.
     const QString transcript = RecordingName::transcriptName(fileName);
     if (isFileNotDirectory(QStringLiteral("%1/%2").arg(directory, transcript)))
         entry.textFile = transcript;

@@ -1,0 +1,80 @@
+// How long the list takes to read the Messages directory, and what the address book costs.
+#include "BenchData.h"
+#include "platform/ContactStore.h"
+#include "store/RecordingCatalogue.h"
+
+#include <algorithm>
+#include <benchmark/benchmark.h>
+
+namespace {
+
+constexpr int kRecordings = 10000;
+constexpr int kContacts = 1000;
+
+// Built once: writing 13,000 files is not what is measured.
+const BenchData &data()
+{
+    static const BenchData fixture(kRecordings, kContacts);
+    return fixture;
+}
+
+void BM_CatalogueEntries(benchmark::State &state)
+{
+    if (!data().isValid()) {
+        state.SkipWithError("could not write the recordings");
+        return;
+    }
+    const ContactStore store({ data().contactsFile() }, QStringLiteral("US"));
+    const RecordingCatalogue catalogue(&store);
+    QList<Entry> entries;
+    for (auto _ : state) {
+        entries = catalogue.entries(data().messagesDirectory());
+        benchmark::DoNotOptimize(entries.constData());
+    }
+    // Shows that the contact matching did its work: about half the rows carry a name.
+    state.counters["entries"] = double(entries.size());
+    state.counters["with_contact"] = double(std::count_if(
+        entries.cbegin(), entries.cend(), [](const Entry &e) { return e.name != e.address; }));
+}
+BENCHMARK(BM_CatalogueEntries)->Unit(benchmark::kMillisecond);
+
+void BM_ContactStoreLoad(benchmark::State &state)
+{
+    qsizetype count = 0;
+    for (auto _ : state) {
+        const ContactStore store({ data().contactsFile() }, QStringLiteral("US"));
+        count = store.count();
+    }
+    state.counters["contacts"] = double(count);
+}
+BENCHMARK(BM_ContactStoreLoad)->Unit(benchmark::kMillisecond);
+
+// One look-up per iteration, cycling through every caller of the pool: the known and the
+// unknown, numbers and handles.
+void BM_ContactLookup(benchmark::State &state)
+{
+    const ContactStore store({ data().contactsFile() }, QStringLiteral("US"));
+    const QStringList &callers = data().callers();
+    qsizetype i = 0, found = 0;
+    for (auto _ : state) {
+        const Contact *contact = store.contactForDestinationId(callers[i]);
+        benchmark::DoNotOptimize(contact);
+        found += contact != nullptr;
+        i = (i + 1) % callers.size();
+    }
+    state.counters["found_ratio"] = benchmark::Counter(double(found) / double(state.iterations()));
+}
+BENCHMARK(BM_ContactLookup)->Unit(benchmark::kNanosecond);
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    BenchData::setUpEnvironment();
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return 1;
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}
