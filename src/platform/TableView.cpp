@@ -25,6 +25,7 @@ constexpr double kFlickMinimumSpeed = 20.0;
 constexpr int kFlickIntervalMs = 16;
 // Only the last moments of a drag decide the speed of the flick that follows it.
 constexpr qint64 kFlickSampleWindowMs = 100;
+constexpr qint64 kFlickRestMs = 50;
 constexpr int kDeleteButtonWidth = 82;
 } // namespace
 
@@ -104,8 +105,8 @@ void TableView::reloadData()
     }
     m_heights = m_toHeights;
     m_fromHeights = m_toHeights;
-    if (m_focusedRow >= m_rowCount)
-        m_focusedRow = m_rowCount - 1;
+    if (m_focusedRow >= m_rowCount || (m_focusedRow < 0 && hasFocus()))
+        m_focusedRow = m_rowCount - 1 < 0 ? -1 : qMin(qMax(m_focusedRow, 0), m_rowCount - 1);
     recomputeOffsets();
     updateScrollRange();
     layoutCells();
@@ -534,10 +535,12 @@ void TableView::mouseReleaseEvent(QMouseEvent *event)
     const QPoint position = event->position().toPoint();
 
     if (drag == Drag::Scroll) {
+        // A finger that rested before it was lifted throws nothing.
         const auto &first = m_dragSamples.first();
-        const qint64 span = m_dragClock.elapsed() - first.first;
-        if (span > 0 && span <= 2 * kFlickSampleWindowMs) {
-            m_flickVelocity = -(position.y() - first.second) * 1000.0 / double(span);
+        const auto &last = m_dragSamples.last();
+        const qint64 span = last.first - first.first;
+        if (span > 0 && m_dragClock.elapsed() - last.first <= kFlickRestMs) {
+            m_flickVelocity = -(last.second - first.second) * 1000.0 / double(span);
             m_flickPosition = verticalScrollBar()->value();
             if (std::abs(m_flickVelocity) > kFlickMinimumSpeed * 5)
                 m_flickTimer->start();
