@@ -1,0 +1,262 @@
+// How smoothly the list scrolls over a heavy user's directory. Every frame is timed from the
+// change of scroll position to the end of its painting: the frames of a fling made with the
+// mouse, and those of a scrollbar dragged a screen at a time, which needs a whole screen of
+// new cells per frame. A frame that takes longer than 16 ms is a frame the screen misses.
+#include "BenchData.h"
+#include "app/RootViewController.h"
+#include "list/TableController.h"
+
+#include <QApplication>
+#include <QElapsedTimer>
+#include <QMouseEvent>
+#include <QScrollBar>
+#include <QTest>
+#include <QThread>
+#include <QTimer>
+#include <QVBoxLayout>
+#include <algorithm>
+#include <benchmark/benchmark.h>
+#include <chrono>
+#include <cstdio>
+#include <memory>
+
+namespace {
+
+constexpr int kRecordings = 10000;
+// The fling: four strokes of 100 points, 10 ms apart, then the lift; about 8,000 points a
+// second, a quick flick of the thumb.
+constexpr int kStrokes = 4;
+constexpr int kStrokeLength = 100;
+constexpr int kStrokeIntervalMs = 10;
+
+using Clock = std::chrono::steady_clock;
+
+struct ListScreen
+{
+    BenchData data { kRecordings };
+    // Declared before the window so that, as in the application, it outlives its view.
+    std::unique_ptr<TableController> controller;
+    std::unique_ptr<QWidget> window;
+};
+ListScreen *screen = nullptr;
+
+TableView *table()
+{
+    return screen->controller->tableView();
+}
+
+// Worst and mean of a run of frames.
+struct Frames
+{
+    double worst = 0;
+    double total = 0;
+    int count = 0;
+
+    void add(Clock::duration frame)
+    {
+        const double seconds = std::chrono::duration<double>(frame).count();
+        worst = std::max(worst, seconds);
+        total += seconds;
+        ++count;
+    }
+    void report(benchmark::State &state, int runs) const
+    {
+        state.counters["worst_ms"] = worst * 1000;
+        state.counters["mean_ms"] = count ? total / count * 1000 : 0;
+        state.counters["frames"] = double(count) / std::max(1, runs);
+    }
+};
+
+// What the event loop does for a frame once the cells are placed: cells that went past the
+// reuse limit are deleted, and the window is painted, synchronously.
+void finishFrame(Frames &frames, Clock::time_point start)
+{
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    screen->window->repaint();
+    frames.add(Clock::now() - start);
+}
+
+// Untimed: the list laid out, painted and idle at a scroll position.
+void settleAt(int value)
+{
+    table()->verticalScrollBar()->setValue(value);
+    QCoreApplication::processEvents();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    screen->window->repaint();
+}
+
+void sendMouse(QEvent::Type type, QPoint position)
+{
+    QWidget *viewport = table()->viewport();
+    const Qt::MouseButton button = type == QEvent::MouseMove ? Qt::NoButton : Qt::LeftButton;
+    const Qt::MouseButtons held = type == QEvent::MouseButtonRelease ? Qt::NoButton
+                                                                     : Qt::LeftButton;
+    QMouseEvent event(type, position, viewport->mapToGlobal(position), button, held,
+                      Qt::NoModifier);
+    QCoreApplication::sendEvent(viewport, &event);
+}
+
+// Notes when the flick's timer fires: each tick is the start of a frame.
+class TickWatch : public QObject
+{
+public:
+    Clock::time_point lastTick;
+    bool eventFilter(QObject *, QEvent *event) override
+    {
+        if (event->type() == QEvent::Timer)
+            lastTick = Clock::now();
+        return false;
+    }
+};
+
+// The list's flick timer: its own 16 ms timer, running once a flick has started.
+QTimer *runningFlickTimer()
+{
+    const auto timers = table()->findChildren<QTimer *>(Qt::FindDirectChildrenOnly);
+    const auto it = std::find_if(timers.begin(), timers.end(), [](const QTimer *timer) {
+        return timer->isActive() && timer->interval() == 16;
+    });
+    return it == timers.end() ? nullptr : *it;
+}
+
+// One fling, from press to the flick coming to rest; false when the list did not flick.
+bool fling(Frames &frames, int *distance)
+{
+    QScrollBar *bar = table()->verticalScrollBar();
+    const int startValue = bar->value();
+    const int x = table()->viewport()->width() / 2;
+    int y = table()->viewport()->height() - 40;
+    sendMouse(QEvent::MouseButtonPress, { x, y });
+    QElapsedTimer stroke;
+    stroke.start();
+    for (int i = 1; i <= kStrokes + 1; ++i) {
+        // Strokes keep their rhythm whatever a frame costs, as a hand does.
+        while (stroke.elapsed() < i * kStrokeIntervalMs)
+            QThread::usleep(200);
+        if (i > kStrokes)
+            break;
+        y -= kStrokeLength;
+        const int before = bar->value();
+        const Clock::time_point start = Clock::now();
+        sendMouse(QEvent::MouseMove, { x, y });
+        if (bar->value() != before)
+            finishFrame(frames, start);
+    }
+    if (bar->value() == startValue)
+        return false; // the drag did not scroll
+    sendMouse(QEvent::MouseButtonRelease, { x, y });
+
+    QTimer *flick = runningFlickTimer();
+    if (!flick)
+        return false;
+    TickWatch watch;
+    flick->installEventFilter(&watch);
+    QElapsedTimer limit;
+    limit.start();
+    int value = bar->value();
+    do {
+        QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents);
+        if (bar->value() != value) {
+            value = bar->value();
+            finishFrame(frames, watch.lastTick);
+        }
+    } while (flick->isActive() && limit.elapsed() < 10000);
+    flick->removeEventFilter(&watch);
+    *distance = bar->value() - startValue;
+    return !flick->isActive();
+}
+
+// The argument is where the fling starts, in percent of the list.
+void BM_Fling(benchmark::State &state)
+{
+    QScrollBar *bar = table()->verticalScrollBar();
+    const int start = int(qint64(bar->maximum()) * state.range(0) / 100);
+    Frames all;
+    int runs = 0;
+    int distance = 0;
+    for (auto _ : state) {
+        settleAt(start);
+        Frames frames;
+        if (!fling(frames, &distance)) {
+            state.SkipWithError("the list did not fling");
+            break;
+        }
+        // One fling's number is its worst frame: the stutter the user sees.
+        state.SetIterationTime(frames.worst);
+        all.worst = std::max(all.worst, frames.worst);
+        all.total += frames.total;
+        all.count += frames.count;
+        ++runs;
+    }
+    all.report(state, runs);
+    state.counters["rows"] = distance / TableController::kClosedRowHeight;
+}
+BENCHMARK(BM_Fling)
+    ->ArgName("start_percent")
+    ->Arg(0)
+    ->Arg(50)
+    ->Iterations(4)
+    ->Unit(benchmark::kMillisecond)
+    ->UseManualTime();
+
+// The scrollbar dragged from top to bottom a screen per frame: not a cell on screen survives
+// from one frame to the next.
+void BM_ScrollbarDrag(benchmark::State &state)
+{
+    QScrollBar *bar = table()->verticalScrollBar();
+    Frames all;
+    int runs = 0;
+    for (auto _ : state) {
+        settleAt(0);
+        Frames frames;
+        while (bar->value() < bar->maximum()) {
+            const Clock::time_point start = Clock::now();
+            bar->setValue(bar->value() + bar->pageStep());
+            finishFrame(frames, start);
+            QCoreApplication::processEvents(); // between frames, as the event loop would
+        }
+        state.SetIterationTime(frames.worst);
+        all.worst = std::max(all.worst, frames.worst);
+        all.total += frames.total;
+        all.count += frames.count;
+        ++runs;
+    }
+    all.report(state, runs);
+}
+BENCHMARK(BM_ScrollbarDrag)->Iterations(1)->Unit(benchmark::kMillisecond)->UseManualTime();
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    BenchData::setUpEnvironment();
+    QApplication application(argc, argv);
+    ListScreen listScreen; // goes before the application object does
+    if (!listScreen.data.isValid()) {
+        std::fprintf(stderr, "bench_scroll: could not write the recordings\n");
+        return 1;
+    }
+    // The list reads its address book from the environment, as in the application.
+    qputenv("VANTREL_CONTACTS", QFile::encodeName(listScreen.data.contactsFile()));
+
+    listScreen.controller = std::make_unique<TableController>(listScreen.data.messagesDirectory());
+    listScreen.window = std::make_unique<QWidget>();
+    listScreen.window->setFixedSize(375, 667);
+    auto *root = new RootViewController(listScreen.controller.get(), listScreen.window.get());
+    auto *layout = new QVBoxLayout(listScreen.window.get());
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(root);
+    listScreen.window->show();
+    if (!QTest::qWaitForWindowExposed(listScreen.window.get())) {
+        std::fprintf(stderr, "bench_scroll: the window was never shown\n");
+        return 1;
+    }
+    screen = &listScreen;
+
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return 1;
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}

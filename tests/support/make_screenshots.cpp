@@ -1,0 +1,69 @@
+// Draws the pictures of the README: the demo list closed, with a row open, and with a
+// transcript shown. The real application on the demo recordings, driven as a user would.
+//
+//   make_screenshots OUTPUT_DIR
+
+#include "app/DemoDirectory.h"
+#include "app/VantrelApplication.h"
+#include "list/TableController.h"
+#include "list/VTCell.h"
+
+#include <QScrollBar>
+#include <QTest>
+
+#include <cstdio>
+
+namespace {
+
+bool save(QWidget *window, const QString &path)
+{
+    QTest::qWait(400); // let the row animation finish
+    if (!window->grab().save(path)) {
+        std::fprintf(stderr, "cannot write %s\n", qPrintable(path));
+        return false;
+    }
+    std::printf("wrote %s\n", qPrintable(path));
+    return true;
+}
+
+void tapRow(TableView *table, int row)
+{
+    const QRect rect = table->rectForRowAtIndexPath({ 0, row });
+    QTest::mouseClick(table->viewport(), Qt::LeftButton, {}, QPoint(rect.center().x(), rect.top() + 27));
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    if (argc != 2) {
+        std::fprintf(stderr, "usage: make_screenshots OUTPUT_DIR\n");
+        return 2;
+    }
+    const QString output = QString::fromLocal8Bit(argv[1]);
+    QString error;
+    const auto demo = DemoDirectory::create(&error);
+    if (!demo) {
+        std::fprintf(stderr, "%s\n", qPrintable(error));
+        return 1;
+    }
+    qputenv("VANTREL_CONTACTS", demo->contactsPath().toLocal8Bit());
+
+    VantrelApplication application(argc, argv);
+    application.setMessagesDirectory(demo->messagesDirectory());
+    application.applicationDidFinishLaunching();
+    QWidget *window = application.window();
+    if (!QTest::qWaitForWindowExposed(window))
+        return 1;
+    TableView *table = application.tableController()->tableView();
+
+    bool ok = save(window, output + "/list.png");
+    tapRow(table, 1);
+    ok = save(window, output + "/open-row.png") && ok;
+    auto *cell = qobject_cast<VTCell *>(table->cellForRowAtIndexPath({ 0, 3 }));
+    if (!cell)
+        return 1;
+    QTest::mouseClick(cell->readButton(), Qt::LeftButton);
+    ok = save(window, output + "/transcript.png") && ok;
+    return ok ? 0 : 1;
+}
