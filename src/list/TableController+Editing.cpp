@@ -15,17 +15,8 @@ void TableController::toggleEdit()
 
 void TableController::setEditing(bool editing, bool animated)
 {
-    TableView *table = tableView();
-    if (editing && selectedRowIndex) {
-        const std::optional<IndexPath> selected = table->indexPathForSelectedRow();
-        _playerController->destroyPlayer(
-            selected ? qobject_cast<VTCell *>(table->cellForRowAtIndexPath(*selected)) : nullptr);
-        selectedRowIndex.reset();
-        if (selected)
-            table->deselectRowAtIndexPath(*selected, false);
-        table->beginUpdates();
-        table->endUpdates();
-    }
+    if (editing && selectedRowIndex)
+        closeOpenRow();
 
     TableViewController::setEditing(editing, animated);
 

@@ -90,23 +90,27 @@ BarButtonItem *TableController::editButton() const
 void TableController::getEntries()
 {
     entries.clear();
-    if (selectedRowIndex) {
-        // Rows are indices into the list being replaced: the open row closes first.
-        TableView *table = tableView();
-        const std::optional<IndexPath> selected = table->indexPathForSelectedRow();
-        // The cell on screen, if any: it is the one that holds the controls.
-        _playerController->destroyPlayer(
-            selected ? qobject_cast<VTCell *>(table->cellForRowAtIndexPath(*selected)) : nullptr);
-        selectedRowIndex.reset();
-        if (selected)
-            table->deselectRowAtIndexPath(*selected, false);
-        table->beginUpdates();
-        table->endUpdates();
-    }
+    // Rows are indices into the list being replaced: the open row closes first.
+    if (selectedRowIndex)
+        closeOpenRow();
 
     if (!m_entriesContactStore)
         m_entriesContactStore = ContactStore::storeWithOptions(0);
     entries = RecordingCatalogue(m_entriesContactStore.get()).entries(m_messagesDirectory);
+}
+
+void TableController::closeOpenRow()
+{
+    TableView *table = tableView();
+    const std::optional<IndexPath> selected = table->indexPathForSelectedRow();
+    // The cell on screen, if any: it is the one that holds the controls.
+    _playerController->destroyPlayer(
+        selected ? qobject_cast<VTCell *>(table->cellForRowAtIndexPath(*selected)) : nullptr);
+    selectedRowIndex.reset();
+    if (selected)
+        table->deselectRowAtIndexPath(*selected, false);
+    table->beginUpdates();
+    table->endUpdates();
 }
 
 void TableController::reloadEntries(bool refresh)

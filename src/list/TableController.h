@@ -100,6 +100,10 @@ protected:
     void viewDidLoad() override;
 
 private:
+    // Takes the player down from the table's selected row, forgets the open row, deselects
+    // it and lets the row shrink back.
+    void closeOpenRow();
+
     QString m_messagesDirectory;
 
     int64_t seekOffset { -1 }; // set at construction and never read; kept as it always was

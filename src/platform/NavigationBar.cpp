@@ -3,16 +3,14 @@
 #include "BarButton.h"
 #include "BarButtonItem.h"
 
-#include <QPainter>
-
 namespace {
 constexpr int kSideMargin = 8;
 constexpr int kTitleFontSize = 17;
 } // namespace
 
-NavigationBar::NavigationBar(QWidget *parent) : QWidget(parent), m_title(new QLabel(this))
+NavigationBar::NavigationBar(QWidget *parent)
+    : Bar(Bar::Edge::Bottom, parent), m_title(new QLabel(this))
 {
-    setFixedHeight(kHeight);
     QFont titleFont = font();
     titleFont.setPixelSize(kTitleFontSize);
     titleFont.setWeight(QFont::DemiBold);
@@ -21,12 +19,6 @@ NavigationBar::NavigationBar(QWidget *parent) : QWidget(parent), m_title(new QLa
     m_title->setTextFormat(Qt::PlainText);
     m_title->setStyleSheet(QStringLiteral("color: white;"));
     m_title->setAccessibleName(QStringLiteral("title"));
-}
-
-void NavigationBar::setBarStyle(int style)
-{
-    m_barStyle = style;
-    update();
 }
 
 void NavigationBar::setTitle(const QString &title)
@@ -80,12 +72,4 @@ void NavigationBar::layoutItems()
 void NavigationBar::resizeEvent(QResizeEvent *)
 {
     layoutItems();
-}
-
-void NavigationBar::paintEvent(QPaintEvent *)
-{
-    QPainter painter(this);
-    // The black style: a near-opaque black bar with a hairline below.
-    painter.fillRect(rect(), m_barStyle == 1 ? QColor(0, 0, 0, 235) : QColor(247, 247, 247, 235));
-    painter.fillRect(0, height() - 1, width(), 1, QColor(255, 255, 255, 40));
 }

@@ -1,21 +1,18 @@
 #pragma once
 
+#include "Bar.h"
 #include "BarButton.h"
 
 #include <QLabel>
 #include <QPointer>
-#include <QWidget>
 
 // The 44-point bar over a screen: its title centred, one item on each side.
-class NavigationBar : public QWidget
+class NavigationBar : public Bar
 {
     Q_OBJECT
 public:
-    static constexpr int kHeight = 44;
     explicit NavigationBar(QWidget *parent = nullptr);
 
-    void setBarStyle(int style);
-    int barStyle() const { return m_barStyle; }
     void setTitle(const QString &title);
     QString title() const { return m_title->text(); }
     void setItems(BarButtonItem *left, BarButtonItem *right);
@@ -25,12 +22,10 @@ public:
 
 protected:
     void resizeEvent(QResizeEvent *event) override;
-    void paintEvent(QPaintEvent *event) override;
 
 private:
     void layoutItems();
 
-    int m_barStyle { 1 };
     QLabel *m_title;
     QPointer<BarButton> m_leftButton;
     QPointer<BarButton> m_rightButton;

@@ -3,22 +3,11 @@
 #include "BarButton.h"
 #include "BarButtonItem.h"
 
-#include <QPainter>
-
 namespace {
 constexpr int kSideMargin = 8;
 }
 
-Toolbar::Toolbar(QWidget *parent) : QWidget(parent)
-{
-    setFixedHeight(kHeight);
-}
-
-void Toolbar::setBarStyle(int style)
-{
-    m_barStyle = style;
-    update();
-}
+Toolbar::Toolbar(QWidget *parent) : Bar(Bar::Edge::Top, parent) {}
 
 void Toolbar::setItems(const QList<BarButtonItem *> &items)
 {
@@ -74,11 +63,4 @@ void Toolbar::layoutItems()
 void Toolbar::resizeEvent(QResizeEvent *)
 {
     layoutItems();
-}
-
-void Toolbar::paintEvent(QPaintEvent *)
-{
-    QPainter painter(this);
-    painter.fillRect(rect(), m_barStyle == 1 ? QColor(0, 0, 0, 235) : QColor(247, 247, 247, 235));
-    painter.fillRect(0, 0, width(), 1, QColor(255, 255, 255, 40));
 }
