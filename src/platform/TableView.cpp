@@ -8,7 +8,6 @@
 #include <QPainter>
 #include <QPushButton>
 #include <QScrollBar>
-#include <QScroller>
 #include <QTimer>
 #include <QVariantAnimation>
 #include <algorithm>
@@ -56,7 +55,8 @@ TableView::TableView(QWidget *parent)
     setFocusPolicy(Qt::StrongFocus);
     verticalScrollBar()->setSingleStep(20);
     viewport()->setAutoFillBackground(false);
-    QScroller::grabGesture(viewport(), QScroller::TouchGesture);
+    // Touches reach the drag and flick below as the mouse events Qt makes of them, so a
+    // finger and a mouse scroll the list the same way.
 
     m_heightAnimation->setDuration(kHeightAnimationMs);
     m_heightAnimation->setEasingCurve(QEasingCurve::InOutQuad);
