@@ -7,13 +7,18 @@
 
 std::optional<QString> DemoDirectory::samplesDirectory()
 {
+    // Beside the program as installed under any prefix (bin/../share/vantrel/samples), then
+    // where it was configured to be installed, then the source tree it was built from. Read
+    // before the application object exists, hence the executable's path from /proc.
+    const QString program = QFileInfo(QStringLiteral("/proc/self/exe")).canonicalFilePath();
     const QStringList candidates = {
+        QFileInfo(program).dir().filePath(QStringLiteral("../share/vantrel/samples")),
         QStringLiteral(VANTREL_INSTALLED_SAMPLES_DIR),
         QStringLiteral(VANTREL_SOURCE_SAMPLES_DIR),
     };
     for (const QString &candidate : candidates) {
         if (QFileInfo::exists(candidate + QLatin1String("/contacts.vcf")))
-            return candidate;
+            return QDir::cleanPath(candidate);
     }
     return std::nullopt;
 }
