@@ -5,6 +5,7 @@
 #include <QLocale>
 #include <QSet>
 #include <algorithm>
+#include <benchmark/benchmark.h>
 #include <ctime>
 #include <random>
 
@@ -163,4 +164,14 @@ void BenchData::setUpEnvironment()
     qputenv("LANG", "en_US.UTF-8");
     qputenv("LC_ALL", "en_US.UTF-8");
     tzset();
+}
+
+int BenchData::runBenchmarks(int argc, char **argv)
+{
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return 1;
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
 }

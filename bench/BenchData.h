@@ -35,6 +35,9 @@ public:
     // time zone with daylight saving, a US English locale. Call first thing in main().
     static void setUpEnvironment();
 
+    // Google Benchmark's main: runs what the command line selects and answers the exit code.
+    static int runBenchmarks(int argc, char **argv);
+
 private:
     QTemporaryDir m_root;
     QStringList m_callers;

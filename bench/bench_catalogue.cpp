@@ -71,10 +71,5 @@ BENCHMARK(BM_ContactLookup)->Unit(benchmark::kNanosecond);
 int main(int argc, char **argv)
 {
     BenchData::setUpEnvironment();
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
+    return BenchData::runBenchmarks(argc, argv);
 }

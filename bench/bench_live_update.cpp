@@ -1,7 +1,6 @@
 // From a recording written into the Messages directory to the list showing it on screen,
 // with the list built as the application builds it, over a heavy user's directory.
-#include "BenchData.h"
-#include "app/RootViewController.h"
+#include "BenchScreen.h"
 #include "list/TableController.h"
 #include "platform/TableViewCell.h"
 
@@ -9,7 +8,6 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QTest>
-#include <QVBoxLayout>
 #include <benchmark/benchmark.h>
 #include <chrono>
 #include <cstdio>
@@ -19,14 +17,7 @@ namespace {
 
 constexpr int kRecordings = 10000;
 
-struct ListScreen
-{
-    BenchData data { kRecordings };
-    // Declared before the window so that, as in the application, it outlives its view.
-    std::unique_ptr<TableController> controller;
-    std::unique_ptr<QWidget> window;
-};
-ListScreen *screen = nullptr;
+BenchScreen *screen = nullptr;
 
 // Runs the event loop flat out until done() holds; false after ten seconds without.
 template <class Done> bool spinUntil(Done done)
@@ -96,32 +87,9 @@ int main(int argc, char **argv)
 {
     BenchData::setUpEnvironment();
     QApplication application(argc, argv);
-    ListScreen listScreen; // goes before the application object does
-    if (!listScreen.data.isValid()) {
-        std::fprintf(stderr, "bench_live_update: could not write the recordings\n");
+    BenchScreen listScreen(kRecordings); // goes before the application object does
+    if (!listScreen.open("bench_live_update"))
         return 1;
-    }
-    // The list reads its address book from the environment, as in the application.
-    qputenv("VANTREL_CONTACTS", QFile::encodeName(listScreen.data.contactsFile()));
-
-    listScreen.controller = std::make_unique<TableController>(listScreen.data.messagesDirectory());
-    listScreen.window = std::make_unique<QWidget>();
-    listScreen.window->setFixedSize(375, 667);
-    auto *root = new RootViewController(listScreen.controller.get(), listScreen.window.get());
-    auto *layout = new QVBoxLayout(listScreen.window.get());
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->addWidget(root);
-    listScreen.window->show();
-    if (!QTest::qWaitForWindowExposed(listScreen.window.get())) {
-        std::fprintf(stderr, "bench_live_update: the window was never shown\n");
-        return 1;
-    }
     screen = &listScreen;
-
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
+    return BenchData::runBenchmarks(argc, argv);
 }

@@ -1,15 +1,14 @@
 // From a tap on a row to the first frame of it opening, over a heavy user's directory. Each
 // tap opens another row and so closes the one open before: the list's most common change.
 // The first frame is drawn within 16 ms of the tap, or the tap feels late.
-#include "BenchData.h"
-#include "app/RootViewController.h"
+#include "BenchScreen.h"
 #include "list/TableController.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QScrollBar>
 #include <QTest>
-#include <QVBoxLayout>
 #include <algorithm>
 #include <benchmark/benchmark.h>
 #include <chrono>
@@ -25,14 +24,7 @@ constexpr int kRows[2] = { 2, 5 };
 
 using Clock = std::chrono::steady_clock;
 
-struct ListScreen
-{
-    BenchData data { kRecordings };
-    // Declared before the window so that, as in the application, it outlives its view.
-    std::unique_ptr<TableController> controller;
-    std::unique_ptr<QWidget> window;
-};
-ListScreen *screen = nullptr;
+BenchScreen *screen = nullptr;
 
 TableView *table()
 {
@@ -128,8 +120,8 @@ void BM_OpenRow(benchmark::State &state)
 
         // Untimed by the benchmark: the first frame in which the row has grown, which waits
         // for the animation's first tick, and then the rest of the animation.
-        const bool moved = spinUntil(
-            [row] { return rowHeight(row) != TableController::kClosedRowHeight; });
+        const bool moved =
+            spinUntil([row] { return rowHeight(row) != TableController::kClosedRowHeight; });
         screen->window->repaint();
         toMoving += std::chrono::duration<double>(Clock::now() - start).count();
         animationWorst = std::max(animationWorst, animationWorstFrame(row));
@@ -150,32 +142,9 @@ int main(int argc, char **argv)
 {
     BenchData::setUpEnvironment();
     QApplication application(argc, argv);
-    ListScreen listScreen; // goes before the application object does
-    if (!listScreen.data.isValid()) {
-        std::fprintf(stderr, "bench_open_row: could not write the recordings\n");
+    BenchScreen listScreen(kRecordings); // goes before the application object does
+    if (!listScreen.open("bench_open_row"))
         return 1;
-    }
-    // The list reads its address book from the environment, as in the application.
-    qputenv("VANTREL_CONTACTS", QFile::encodeName(listScreen.data.contactsFile()));
-
-    listScreen.controller = std::make_unique<TableController>(listScreen.data.messagesDirectory());
-    listScreen.window = std::make_unique<QWidget>();
-    listScreen.window->setFixedSize(375, 667);
-    auto *root = new RootViewController(listScreen.controller.get(), listScreen.window.get());
-    auto *layout = new QVBoxLayout(listScreen.window.get());
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->addWidget(root);
-    listScreen.window->show();
-    if (!QTest::qWaitForWindowExposed(listScreen.window.get())) {
-        std::fprintf(stderr, "bench_open_row: the window was never shown\n");
-        return 1;
-    }
     screen = &listScreen;
-
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
+    return BenchData::runBenchmarks(argc, argv);
 }

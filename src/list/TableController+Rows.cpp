@@ -11,6 +11,14 @@
 #include <QAccessible>
 
 namespace {
+// A palette, not a style sheet: style sheets cost more than the rest of a cell's filling.
+void setTextColor(QLabel *label, const QColor &color)
+{
+    QPalette palette = label->palette();
+    palette.setColor(QPalette::WindowText, color);
+    label->setPalette(palette);
+}
+
 const QColor kCellBackground { 0, 0, 0, 3 }; // black at alpha 0.01: drawn, yet not seen
 } // namespace
 
@@ -56,8 +64,8 @@ TableViewCell *TableController::cellForRowAtIndexPath(const IndexPath &indexPath
     }
     cell->setSelectedBackgroundView(m_selectedBackgroundView.get());
     cell->setBackgroundColor(kCellBackground);
-    cell->textLabel()->setStyleSheet(QStringLiteral("color: white;"));
-    cell->detailTextLabel()->setStyleSheet(QStringLiteral("color: lightgray;"));
+    setTextColor(cell->textLabel(), Qt::white);
+    setTextColor(cell->detailTextLabel(), Qt::lightGray);
 
     cell->setAccessibleName(entry.name);
     cell->setAccessibleDescription(entry.detailText());

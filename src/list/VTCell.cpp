@@ -28,28 +28,12 @@ constexpr int kInitialCellHeight = 44;
 VTCell::VTCell(Style style, const QString &reuseIdentifier, TableController *target,
                QWidget *parent)
     : TableViewCell(style, reuseIdentifier, parent), m_readButton(new Button(contentView())),
-      m_phoneButton(new Button(contentView())), m_readerView(new QTextBrowser(contentView())),
-      m_playerView(new QWidget(contentView()))
+      m_phoneButton(new Button(contentView())), m_playerView(new QWidget(contentView()))
 {
     resize(Screen::mainScreenBounds().width(), kInitialCellHeight);
     TableViewCell::layoutSubviews();
     const QWidget *content = contentView();
     const QRect text = textLabel()->geometry();
-
-    m_readerView->setGeometry(text.x(), text.y(), content->width() - text.x() - kReaderRightInset,
-                              content->height() - kReaderBottomInset);
-    m_readerView->setFrameShape(QFrame::NoFrame);
-    m_readerView->setOpenLinks(false);
-    m_readerView->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-    m_readerView->setFocusPolicy(Qt::NoFocus);
-    m_readerView->viewport()->setAutoFillBackground(false);
-    m_readerView->setStyleSheet(
-        QStringLiteral("QTextBrowser { background: transparent; color: rgba(255,255,255,204); }"));
-    QFont readerFont = m_readerView->font();
-    readerFont.setPixelSize(kReaderFontSize);
-    m_readerView->setFont(readerFont);
-    m_readerView->setAccessibleName(QStringLiteral("Transcript"));
-    setAlpha(m_readerView, 0.0);
 
     m_readButton->setObjectName(QStringLiteral("reader"));
     m_readButton->setBackgroundImage(QStringLiteral("reader"), Button::State::Normal);
@@ -78,6 +62,34 @@ VTCell::VTCell(Style style, const QString &reuseIdentifier, TableController *tar
     m_playerView->setAccessibleName(QStringLiteral("Player"));
     // The player's controls come and go; the cell lays itself out again when they do.
     m_playerView->installEventFilter(this);
+}
+
+QTextBrowser *VTCell::readerView() const
+{
+    if (m_readerView)
+        return m_readerView;
+    // Made on first use: most rows never show a transcript, and a text view is by far the
+    // dearest part of a row to build while the list scrolls.
+    const QRect text = textLabel()->geometry();
+    const QWidget *content = contentView();
+    m_readerView = new QTextBrowser(contentView());
+    m_readerView->setGeometry(text.x(), text.y(), content->width() - text.x() - kReaderRightInset,
+                              content->height() - kReaderBottomInset);
+    m_readerView->setFrameShape(QFrame::NoFrame);
+    m_readerView->setOpenLinks(false);
+    m_readerView->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    m_readerView->setFocusPolicy(Qt::NoFocus);
+    m_readerView->viewport()->setAutoFillBackground(false);
+    QPalette palette = m_readerView->palette();
+    palette.setColor(QPalette::Base, Qt::transparent);
+    palette.setColor(QPalette::Text, QColor(255, 255, 255, 204));
+    m_readerView->setPalette(palette);
+    QFont readerFont = m_readerView->font();
+    readerFont.setPixelSize(kReaderFontSize);
+    m_readerView->setFont(readerFont);
+    m_readerView->setAccessibleName(QStringLiteral("Transcript"));
+    setAlpha(m_readerView, 0.0);
+    return m_readerView;
 }
 
 bool VTCell::hasPlayer() const
@@ -117,11 +129,12 @@ void VTCell::layoutSubviews()
         const bool reading = m_readButton->isSelected();
         setAlpha(text, reading ? 0.0 : 1.0);
         setAlpha(detail, reading ? 0.0 : 1.0);
-        setAlpha(m_readerView, reading ? 1.0 : 0.0);
+        if (reading || m_readerView)
+            setAlpha(readerView(), reading ? 1.0 : 0.0);
     } else {
         // A player always wins over an open transcript.
         m_playerView->setGeometry(0, height() / 2, width(), height() / 2);
-        setAlpha(m_readerView, 0.0);
+        setAlpha(m_readerView, 0.0); // null (no transcript view yet) is ignored
         m_readButton->setSelected(false);
         setAlpha(text, 1.0);
         setAlpha(detail, 1.0);
@@ -135,7 +148,9 @@ void VTCell::layoutSubviews()
                                kButtonSize.width(), kButtonSize.height());
 
     const int phoneX = m_phoneButton->x();
-    m_readerView->setGeometry(text->x(), text->y(), phoneX - text->x() - kReaderGap,
-                              content->height() - kReaderBottomInset);
+    if (m_readerView) {
+        m_readerView->setGeometry(text->x(), text->y(), phoneX - text->x() - kReaderGap,
+                                  content->height() - kReaderBottomInset);
+    }
     text->resize(phoneX - text->x(), text->height());
 }

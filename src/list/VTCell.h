@@ -35,7 +35,8 @@ public:
     void setFileSize(int size) { m_fileSize = size; }
     QString textFile() const { return m_textFile; }
     void setTextFile(const QString &textFile) { m_textFile = textFile; }
-    QTextBrowser *readerView() const { return m_readerView; }
+    // The transcript view, made on first use.
+    QTextBrowser *readerView() const;
     QString readerText() const { return m_readerText; }
     void setReaderText(const QString &text) { m_readerText = text; }
     QWidget *playerView() const { return m_playerView; }
@@ -58,7 +59,7 @@ protected:
 private:
     Button *m_readButton;
     Button *m_phoneButton;
-    QTextBrowser *m_readerView;
+    mutable QPointer<QTextBrowser> m_readerView;
     QWidget *m_playerView;
     bool m_hasText { false };
     bool m_isCurrentPlayerCell { false };

@@ -59,7 +59,8 @@ TableView::TableView(QWidget *parent)
     // finger and a mouse scroll the list the same way.
 
     m_heightAnimation->setDuration(kHeightAnimationMs);
-    m_heightAnimation->setEasingCurve(QEasingCurve::InOutQuad);
+    // Starts quickly, so that a tapped row moves in the very next frame, and settles softly.
+    m_heightAnimation->setEasingCurve(QEasingCurve::OutCubic);
     m_heightAnimation->setStartValue(0.0);
     m_heightAnimation->setEndValue(1.0);
     connect(m_heightAnimation, &QVariantAnimation::valueChanged, this,

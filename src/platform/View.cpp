@@ -13,6 +13,10 @@ void setAlpha(QWidget *view, double value)
     if (!view)
         return;
     value = qBound(0.0, value, 1.0);
+    // Laid out on every row shown: nothing to do is the common case.
+    const QVariant current = view->property(kAlphaProperty);
+    if (current.isValid() && current.toDouble() == value && view->isHidden() == (value == 0.0))
+        return;
     view->setProperty(kAlphaProperty, value);
     // Hidden rather than drawn clear: it keeps its geometry (nothing here is in a layout that
     // would close the gap), takes no input or focus, and screen readers skip it.

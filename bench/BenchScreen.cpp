@@ -1,0 +1,32 @@
+#include "BenchScreen.h"
+
+#include "app/RootViewController.h"
+
+#include <QFile>
+#include <QTest>
+#include <QVBoxLayout>
+#include <cstdio>
+
+bool BenchScreen::open(const char *benchmarkName)
+{
+    if (!data.isValid()) {
+        std::fprintf(stderr, "%s: could not write the recordings\n", benchmarkName);
+        return false;
+    }
+    // The list reads its address book from the environment, as in the application.
+    qputenv("VANTREL_CONTACTS", QFile::encodeName(data.contactsFile()));
+
+    controller = std::make_unique<TableController>(data.messagesDirectory());
+    window = std::make_unique<QWidget>();
+    window->setFixedSize(375, 667);
+    auto *root = new RootViewController(controller.get(), window.get());
+    auto *layout = new QVBoxLayout(window.get());
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(root);
+    window->show();
+    if (!QTest::qWaitForWindowExposed(window.get())) {
+        std::fprintf(stderr, "%s: the window was never shown\n", benchmarkName);
+        return false;
+    }
+    return true;
+}

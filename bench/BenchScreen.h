@@ -1,0 +1,24 @@
+#pragma once
+
+#include "BenchData.h"
+#include "list/TableController.h"
+
+#include <QWidget>
+#include <memory>
+
+// The list screen as the application builds it (a TableController inside a
+// RootViewController in a 375 x 667 window) over a BenchData Messages directory. Needs a
+// QApplication.
+struct BenchScreen
+{
+    explicit BenchScreen(int recordings) : data(recordings) {}
+
+    // Builds and shows the screen; on failure says why on standard error, naming the benchmark.
+    bool open(const char *benchmarkName);
+    TableView *table() const { return controller->tableView(); }
+
+    BenchData data;
+    // Declared before the window so that, as in the application, it outlives its view.
+    std::unique_ptr<TableController> controller;
+    std::unique_ptr<QWidget> window;
+};
