@@ -9,7 +9,7 @@ constexpr int kTextFontSize = 17;
 constexpr int kDetailFontSize = 12;
 constexpr int kTextHeight = 21;
 constexpr int kDetailHeight = 15;
-constexpr QColor kSeparatorColor { 60, 60, 67, 90 };
+constexpr QColor kSeparatorColor { 84, 84, 88 };
 } // namespace
 
 TableViewCell::TableViewCell(Style style, const QString &reuseIdentifier, QWidget *parent)
@@ -18,6 +18,9 @@ TableViewCell::TableViewCell(Style style, const QString &reuseIdentifier, QWidge
       m_detailTextLabel(new QLabel(m_contentView)), m_imageView(new QLabel(m_contentView)),
       m_separatorView(new QWidget(this))
 {
+    // A cell is a surface of its own: its labels draw in the window text colour, not in the
+    // text colour of the scroll view's viewport they would otherwise inherit.
+    setBackgroundRole(QPalette::Window);
     QFont textFont = font();
     textFont.setPixelSize(kTextFontSize);
     m_textLabel->setFont(textFont);

@@ -49,6 +49,14 @@ void TestListScreen::rowsShowCallersNewestFirst()
     VTCell *first = m_screen->cell(0);
     QCOMPARE(first->detailTextLabel()->text(), "Nov 15 2026 - 22:10:07 - Telephony");
     QCOMPARE(first->height(), 54);
+    const QImage row = first->grab().toImage();
+    QLabel *name = first->textLabel();
+    // White names on the dark list: the name's pixels include white ones.
+    bool white = false;
+    for (int x = name->x(); x < name->x() + 60 && !white; ++x)
+        for (int y = name->y(); y < name->y() + name->height() && !white; ++y)
+            white = qGray(row.pixel(x, y)) > 230;
+    QVERIFY(white);
     QVERIFY(!first->imageView()->pixmap().isNull());
     QCOMPARE(m_screen->cell(3)->detailTextLabel()->text(), "(null) - FaceTime");
     // A withheld caller cannot be called back.
