@@ -42,10 +42,12 @@ TableController::TableController(const QString &messagesDirectory, QObject *pare
     _shareButton =
         BarButtonItem::withImage(QStringLiteral("share"), BarButtonItem::Style::Plain, this);
     _shareButton->setObjectName(QStringLiteral("share"));
+    _shareButton->setAccessibleName(QStringLiteral("Share"));
     _shareButton->setEnabled(false);
     _trashButton =
         BarButtonItem::withImage(QStringLiteral("trash"), BarButtonItem::Style::Plain, this);
     _trashButton->setObjectName(QStringLiteral("trash"));
+    _trashButton->setAccessibleName(QStringLiteral("Delete"));
     _trashButton->setEnabled(false);
     auto *flexibleSpace = new BarButtonItem(BarButtonItem::SystemItem::FlexibleSpace, this);
     setToolbarItems({ _shareButton, flexibleSpace, _trashButton }, false);
@@ -74,6 +76,7 @@ void TableController::viewDidLoad()
     settingsButton =
         BarButtonItem::withImage(QStringLiteral("Settings"), BarButtonItem::Style::Plain, this);
     settingsButton->setObjectName(QStringLiteral("Settings"));
+    settingsButton->setAccessibleName(QStringLiteral("Settings"));
     connect(settingsButton, &BarButtonItem::triggered, this, &TableController::openSettings);
     navigationItem()->setRightBarButtonItem(settingsButton);
 

@@ -40,7 +40,7 @@ void BarButton::sync()
         return;
     setText(m_item->title());
     setEnabled(m_item->isEnabled());
-    setAccessibleName(m_item->title().isEmpty() ? m_item->imageName() : m_item->title());
+    setAccessibleName(m_item->accessibleName());
     setAlpha(this, m_item->viewAlpha());
     updateGeometry();
     update();

@@ -44,6 +44,12 @@ void BarButtonItem::setViewAlpha(double alpha)
     emit changed();
 }
 
+void BarButtonItem::setAccessibleName(const QString &name)
+{
+    m_accessibleName = name;
+    emit changed();
+}
+
 void BarButtonItem::setPossibleTitles(const QSet<QString> &titles)
 {
     m_possibleTitles = titles;

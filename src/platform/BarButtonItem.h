@@ -41,6 +41,13 @@ public:
     double viewAlpha() const { return m_viewAlpha; }
     void setViewAlpha(double alpha);
 
+    // What a screen reader calls the button; by default its title.
+    QString accessibleName() const
+    {
+        return m_accessibleName.isEmpty() ? m_title : m_accessibleName;
+    }
+    void setAccessibleName(const QString &name);
+
     // Titles the button may show; its width fits the widest, so it does not jump.
     QSet<QString> possibleTitles() const { return m_possibleTitles; }
     void setPossibleTitles(const QSet<QString> &titles);
@@ -55,6 +62,7 @@ signals:
 private:
     QString m_title;
     QString m_imageName;
+    QString m_accessibleName;
     Style m_style { Style::Plain };
     bool m_flexibleSpace { false };
     bool m_enabled { true };

@@ -294,6 +294,11 @@ void TestRows::rowsReadThroughAccessibility()
     QVERIFY(
         QAccessible::queryAccessibleInterface(m_screen->cell(2)->readButton())->state().invisible);
 
+    QCOMPARE(QAccessible::queryAccessibleInterface(
+                 m_screen->navigation()->navigationBar()->rightButton())
+                 ->text(QAccessible::Name),
+             "Settings");
+
     // Every control a user can reach says what it is.
     for (QAbstractButton *button : m_screen->window()->findChildren<QAbstractButton *>()) {
         if (!button->isVisible())
