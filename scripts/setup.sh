@@ -10,7 +10,7 @@ packages=(
     libphonenumber-dev libpulse-dev libavformat-dev libavcodec-dev libswresample-dev libavutil-dev
     libbenchmark-dev
     # run: display back ends (X11 comes with Qt; Wayland for phones), glyphs, fonts, helpers
-    libqt6svg6 qt6-qpa-plugins qt6-wayland fonts-dejavu-core xdg-utils zip dbus dbus-bin
+    libqt6svg6 qt6-qpa-plugins qt6-wayland fonts-dejavu-core xdg-utils zip dbus dbus-bin dbus-daemon
     # test: a private session bus and an audio server with null sinks
     pulseaudio pulseaudio-utils
 )
