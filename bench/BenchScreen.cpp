@@ -2,6 +2,7 @@
 
 #include "app/RootViewController.h"
 
+#include <QApplication>
 #include <QFile>
 #include <QTest>
 #include <QVBoxLayout>
@@ -29,4 +30,18 @@ bool BenchScreen::open(const char *benchmarkName)
         return false;
     }
     return true;
+}
+
+int BenchScreen::run(int argc, char **argv, int recordings, const char *benchmarkName,
+                     BenchScreen *&screen)
+{
+    BenchData::setUpEnvironment();
+    QApplication application(argc, argv);
+    BenchScreen listScreen(recordings); // goes before the application object does
+    if (!listScreen.open(benchmarkName))
+        return 1;
+    screen = &listScreen;
+    const int status = BenchData::runBenchmarks(argc, argv);
+    screen = nullptr;
+    return status;
 }

@@ -15,6 +15,12 @@ struct BenchScreen
 
     // Builds and shows the screen; on failure says why on standard error, naming the benchmark.
     bool open(const char *benchmarkName);
+
+    // The whole main() of a benchmark over the list screen: fixes the environment, makes the
+    // application object and a screen over that many recordings, points screen at it while
+    // the benchmarks run, and answers the exit code.
+    static int run(int argc, char **argv, int recordings, const char *benchmarkName,
+                   BenchScreen *&screen);
     TableView *table() const { return controller->tableView(); }
 
     BenchData data;

@@ -85,11 +85,5 @@ BENCHMARK(BM_NewRecordingOnScreen)->Unit(benchmark::kMillisecond)->UseManualTime
 
 int main(int argc, char **argv)
 {
-    BenchData::setUpEnvironment();
-    QApplication application(argc, argv);
-    BenchScreen listScreen(kRecordings); // goes before the application object does
-    if (!listScreen.open("bench_live_update"))
-        return 1;
-    screen = &listScreen;
-    return BenchData::runBenchmarks(argc, argv);
+    return BenchScreen::run(argc, argv, kRecordings, "bench_live_update", screen);
 }

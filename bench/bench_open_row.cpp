@@ -140,11 +140,5 @@ BENCHMARK(BM_OpenRow)->Iterations(20)->Unit(benchmark::kMillisecond)->UseManualT
 
 int main(int argc, char **argv)
 {
-    BenchData::setUpEnvironment();
-    QApplication application(argc, argv);
-    BenchScreen listScreen(kRecordings); // goes before the application object does
-    if (!listScreen.open("bench_open_row"))
-        return 1;
-    screen = &listScreen;
-    return BenchData::runBenchmarks(argc, argv);
+    return BenchScreen::run(argc, argv, kRecordings, "bench_open_row", screen);
 }

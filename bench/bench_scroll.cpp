@@ -51,6 +51,12 @@ struct Frames
         total += seconds;
         ++count;
     }
+    void merge(const Frames &other)
+    {
+        worst = std::max(worst, other.worst);
+        total += other.total;
+        count += other.count;
+    }
     void report(benchmark::State &state, int runs) const
     {
         state.counters["worst_ms"] = worst * 1000;
@@ -175,9 +181,7 @@ void BM_Fling(benchmark::State &state)
         }
         // One fling's number is its worst frame: the stutter the user sees.
         state.SetIterationTime(frames.worst);
-        all.worst = std::max(all.worst, frames.worst);
-        all.total += frames.total;
-        all.count += frames.count;
+        all.merge(frames);
         ++runs;
     }
     all.report(state, runs);
@@ -208,9 +212,7 @@ void BM_ScrollbarDrag(benchmark::State &state)
             QCoreApplication::processEvents(); // between frames, as the event loop would
         }
         state.SetIterationTime(frames.worst);
-        all.worst = std::max(all.worst, frames.worst);
-        all.total += frames.total;
-        all.count += frames.count;
+        all.merge(frames);
         ++runs;
     }
     all.report(state, runs);
@@ -221,11 +223,5 @@ BENCHMARK(BM_ScrollbarDrag)->Iterations(1)->Unit(benchmark::kMillisecond)->UseMa
 
 int main(int argc, char **argv)
 {
-    BenchData::setUpEnvironment();
-    QApplication application(argc, argv);
-    BenchScreen listScreen(kRecordings); // goes before the application object does
-    if (!listScreen.open("bench_scroll"))
-        return 1;
-    screen = &listScreen;
-    return BenchData::runBenchmarks(argc, argv);
+    return BenchScreen::run(argc, argv, kRecordings, "bench_scroll", screen);
 }
