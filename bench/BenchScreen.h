@@ -3,6 +3,8 @@
 #include "BenchData.h"
 #include "list/TableController.h"
 
+#include <QCoreApplication>
+#include <QElapsedTimer>
 #include <QWidget>
 #include <memory>
 
@@ -28,3 +30,16 @@ struct BenchScreen
     std::unique_ptr<TableController> controller;
     std::unique_ptr<QWidget> window;
 };
+
+// Runs the event loop flat out until done() holds; false after ten seconds without.
+template <class Done> bool spinUntil(Done done)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (!done()) {
+        if (timer.elapsed() > 10000)
+            return false;
+        QCoreApplication::processEvents(QEventLoop::AllEvents);
+    }
+    return true;
+}

@@ -19,19 +19,6 @@ constexpr int kRecordings = 10000;
 
 BenchScreen *screen = nullptr;
 
-// Runs the event loop flat out until done() holds; false after ten seconds without.
-template <class Done> bool spinUntil(Done done)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (!done()) {
-        if (timer.elapsed() > 10000)
-            return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents);
-    }
-    return true;
-}
-
 bool firstRowIs(const QString &fileName)
 {
     const QList<Entry> &entries = screen->controller->entryList();

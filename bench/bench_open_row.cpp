@@ -36,19 +36,6 @@ int rowHeight(int row)
     return table()->rectForRowAtIndexPath({ 0, row }).height();
 }
 
-// Runs the event loop flat out until done() holds; false after ten seconds without.
-template <class Done> bool spinUntil(Done done)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (!done()) {
-        if (timer.elapsed() > 10000)
-            return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents);
-    }
-    return true;
-}
-
 // A tap in the middle of a row's upper half, where a user taps it.
 void tapRow(int row)
 {
