@@ -33,7 +33,6 @@ VTCell::VTCell(Style style, const QString &reuseIdentifier, TableController *tar
     resize(Screen::mainScreenBounds().width(), kInitialCellHeight);
     TableViewCell::layoutSubviews();
     const QWidget *content = contentView();
-    const QRect text = textLabel()->geometry();
 
     m_readButton->setObjectName(QStringLiteral("reader"));
     m_readButton->setBackgroundImage(QStringLiteral("reader"), Button::State::Normal);

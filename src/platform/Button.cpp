@@ -25,12 +25,6 @@ void Button::setBackgroundImage(const QString &imageName, State state)
     update();
 }
 
-void Button::setImageEdgeInsets(int inset)
-{
-    m_inset = inset;
-    update();
-}
-
 void Button::paintEvent(QPaintEvent *)
 {
     QPainter painter(this);
@@ -38,7 +32,7 @@ void Button::paintEvent(QPaintEvent *)
     QString name = m_images.value(m_selected ? State::Selected : State::Normal);
     if (name.isEmpty())
         name = m_images.value(State::Normal);
-    const QRect target = rect().adjusted(m_inset, m_inset, -m_inset, -m_inset);
+    const QRect target = rect();
     if (isDown())
         painter.setOpacity(0.5);
     else if (!isEnabled())

@@ -24,8 +24,6 @@ public:
     // An image by name (see Images) for the state; a state without one shows Normal's.
     void setBackgroundImage(const QString &imageName, State state);
     QString backgroundImage(State state) const { return m_images.value(state); }
-    // Space kept free around the image, in points.
-    void setImageEdgeInsets(int inset);
 
     // The button's state has changed from outside; lays it out again (kept for callers that
     // ask a button to refresh after changing its selection).
@@ -41,7 +39,6 @@ protected:
 
 private:
     bool m_selected { false };
-    int m_inset { 0 };
     QHash<State, QString> m_images;
 };
 

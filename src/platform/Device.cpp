@@ -39,7 +39,6 @@ void Device::setProximityMonitoringEnabled(bool enabled)
 
 void Device::applyProximity(bool near)
 {
-    m_near = near;
     if (near && m_window && !m_blank) {
         // A black sheet over the whole window takes every touch while the ear is on it.
         m_blank = new QWidget(m_window);

@@ -17,7 +17,6 @@ public:
 
     bool isProximityMonitoringEnabled() const { return m_proximityMonitoringEnabled; }
     void setProximityMonitoringEnabled(bool enabled);
-    bool proximityState() const { return m_near; }
 
     // The window that is blanked while the sensor reports something near.
     void setWindow(QWidget *window);
@@ -30,7 +29,6 @@ private:
     void applyProximity(bool near);
 
     bool m_proximityMonitoringEnabled { false };
-    bool m_near { false };
     QProximitySensor *m_sensor { nullptr }; // a child, made when first enabled
     QPointer<QWidget> m_window;
     QPointer<QWidget> m_blank;

@@ -13,11 +13,6 @@ QString resourcePath(const QString &name)
 }
 } // namespace
 
-bool Images::exists(const QString &name)
-{
-    return QFile::exists(resourcePath(name));
-}
-
 QPixmap Images::imageNamed(const QString &name, const QSize &pointSize)
 {
     static QHash<QString, QPixmap> cache;

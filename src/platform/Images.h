@@ -9,5 +9,4 @@
 namespace Images {
 // A null pixmap when there is no glyph of that name.
 QPixmap imageNamed(const QString &name, const QSize &pointSize);
-bool exists(const QString &name);
 } // namespace Images

@@ -4,17 +4,8 @@
 #include <QDBusMessage>
 #include <QVariantMap>
 
-namespace {
-int &badge()
-{
-    static int number = 0;
-    return number;
-}
-} // namespace
-
 void LauncherBadge::setApplicationIconBadgeNumber(int number)
 {
-    badge() = number;
     QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected())
         return;
@@ -25,9 +16,4 @@ void LauncherBadge::setApplicationIconBadgeNumber(int number)
            << QVariantMap { { QStringLiteral("count"), qint64(number) },
                             { QStringLiteral("count-visible"), number > 0 } };
     bus.send(update);
-}
-
-int LauncherBadge::applicationIconBadgeNumber()
-{
-    return badge();
 }

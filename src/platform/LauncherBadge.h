@@ -4,6 +4,5 @@
 // (com.canonical.Unity.LauncherEntry on the session bus). Without a session bus it does nothing.
 namespace LauncherBadge {
 void setApplicationIconBadgeNumber(int number);
-int applicationIconBadgeNumber();
 inline constexpr const char *kDesktopEntry = "application://net.zorvath.vantrel.desktop";
 } // namespace LauncherBadge

@@ -278,14 +278,6 @@ QList<TableViewCell *> TableView::visibleCells() const
     return m_visibleCells.values();
 }
 
-QList<IndexPath> TableView::indexPathsForVisibleRows() const
-{
-    QList<IndexPath> paths;
-    for (const int row : m_visibleCells.keys())
-        paths << IndexPath { 0, row };
-    return paths;
-}
-
 QRect TableView::rectForRowAtIndexPath(const IndexPath &indexPath) const
 {
     if (indexPath.section != 0 || indexPath.row < 0 || indexPath.row >= m_rowCount)

@@ -84,7 +84,6 @@ public:
     std::optional<IndexPath> indexPathForCell(const TableViewCell *cell) const;
     std::optional<IndexPath> indexPathForRowAtPoint(const QPoint &viewportPoint) const;
     QList<TableViewCell *> visibleCells() const;
-    QList<IndexPath> indexPathsForVisibleRows() const;
     // The row's rectangle in content coordinates (the viewport scrolled to the top).
     QRect rectForRowAtIndexPath(const IndexPath &indexPath) const;
 

@@ -41,7 +41,6 @@ public:
     ~ViewController() override;
 
     QWidget *view();
-    bool isViewLoaded() const { return m_view != nullptr; }
 
     virtual QString title() const { return m_title; }
     void setTitle(const QString &title);
