@@ -1,6 +1,6 @@
 // How long the list takes to read the Messages directory, and what the address book costs.
 #include "BenchData.h"
-#include "platform/ContactStore.h"
+#include "store/ContactStore.h"
 #include "store/RecordingCatalogue.h"
 
 #include <algorithm>

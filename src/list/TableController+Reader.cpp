@@ -3,70 +3,13 @@
 
 #include "TableController.h"
 #include "VTCell.h"
-#include "app/Log.h"
+#include "core/Log.h"
 #include "platform/AlertController.h"
 #include "platform/Url.h"
 #include "platform/View.h"
+#include "store/Transcript.h"
 
-#include <QFile>
-#include <QFileInfo>
-#include <QStringDecoder>
 #include <QTimer>
-
-namespace {
-
-// The transcript as UTF-8, or a null string when it is missing or not UTF-8.
-QString readTranscript(const QString &path)
-{
-    // Only a regular file: opening a pipe named like a transcript would wait for a writer.
-    if (!QFileInfo(path).isFile())
-        return {};
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    QStringDecoder decoder(QStringDecoder::Utf8);
-    QString text = decoder(file.readAll());
-    if (decoder.hasError())
-        return {};
-    return text;
-}
-
-// A text view lays a paragraph out whole, which for megabytes on one line takes seconds.
-// For showing only, very long paragraphs are broken at a blank near every few thousand
-// characters (or anywhere, when there is no blank): the reader view shows all the text
-// without stalling the list.
-QString forDisplay(const QString &text)
-{
-    constexpr qsizetype kParagraph = 4096;
-    if (text.size() <= kParagraph)
-        return text;
-    QString shown;
-    shown.reserve(text.size() + text.size() / kParagraph);
-    qsizetype start = 0;
-    while (start < text.size()) {
-        qsizetype end = text.indexOf(u'\n', start);
-        if (end < 0)
-            end = text.size();
-        if (end - start <= kParagraph) {
-            shown += QStringView(text).mid(start, end - start + (end < text.size() ? 1 : 0));
-            start = end + 1;
-            continue;
-        }
-        qsizetype cut = text.lastIndexOf(u' ', start + kParagraph);
-        if (cut <= start) {
-            shown += QStringView(text).mid(start, kParagraph);
-            shown += u'\n';
-            start += kParagraph;
-        } else {
-            shown += QStringView(text).mid(start, cut - start);
-            shown += u'\n';
-            start = cut + 1;
-        }
-    }
-    return shown;
-}
-
-} // namespace
 
 void TableController::readerViewTapped(Button *button)
 {
@@ -93,9 +36,9 @@ void TableController::readerViewTapped(Button *button)
 
         // Read on every tap, in both directions.
         const QString text =
-            readTranscript(QStringLiteral("%1/%2").arg(m_messagesDirectory, cell->textFile()));
+            Transcript::read(QStringLiteral("%1/%2").arg(m_messagesDirectory, cell->textFile()));
         cell->setReaderText(text);
-        cell->readerView()->setPlainText(forDisplay(text));
+        cell->readerView()->setPlainText(Transcript::forDisplay(text));
 
         QTextBrowser *reader = cell->readerView();
         reader->setGeometry(reader->x(), reader->y(), cell->phoneButton()->x() - reader->x() - 5,

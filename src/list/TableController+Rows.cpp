@@ -4,7 +4,7 @@
 
 #include "TableController.h"
 #include "VTCell.h"
-#include "app/Log.h"
+#include "core/Log.h"
 #include "platform/View.h"
 #include "playback/VantrelPlayer.h"
 

@@ -1,10 +1,10 @@
 #include "TableController.h"
 
 #include "VTCell.h"
-#include "app/Log.h"
+#include "core/Log.h"
 #include "platform/AudioSession.h"
 #include "platform/BarButtonItem.h"
-#include "platform/ContactStore.h"
+#include "store/ContactStore.h"
 #include "platform/Device.h"
 #include "platform/NavigationBar.h"
 #include "platform/NavigationController.h"

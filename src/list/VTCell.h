@@ -2,6 +2,7 @@
 
 #include "platform/Button.h"
 #include "platform/TableViewCell.h"
+#include "playback/PlayerCell.h"
 
 #include <QPointer>
 #include <QTextBrowser>
@@ -13,7 +14,7 @@ class TableController;
 // place when it is read, and the player view into which the player puts its controls when
 // the row is opened. The cell only lays itself out and carries state; which row is open is
 // the list's business.
-class VTCell : public TableViewCell
+class VTCell : public TableViewCell, public PlayerCell
 {
     Q_OBJECT
 public:
@@ -29,9 +30,9 @@ public:
     // A mark only: this row was last made the current player row.
     bool isCurrentPlayerCell() const { return m_isCurrentPlayerCell; }
     void setIsCurrentPlayerCell(bool current) { m_isCurrentPlayerCell = current; }
-    int fileDuration() const { return m_fileDuration; }
+    int fileDuration() const override { return m_fileDuration; }
     void setFileDuration(int duration) { m_fileDuration = duration; }
-    int fileSize() const { return m_fileSize; }
+    int fileSize() const override { return m_fileSize; }
     void setFileSize(int size) { m_fileSize = size; }
     QString textFile() const { return m_textFile; }
     void setTextFile(const QString &textFile) { m_textFile = textFile; }
@@ -39,11 +40,11 @@ public:
     QTextBrowser *readerView() const;
     QString readerText() const { return m_readerText; }
     void setReaderText(const QString &text) { m_readerText = text; }
-    QWidget *playerView() const { return m_playerView; }
+    QWidget *playerView() const override { return m_playerView; }
     double playerDuration() const { return m_playerDuration; }
     void setPlayerDuration(double duration) { m_playerDuration = duration; }
     // The bare name of the recording in the Messages directory.
-    QString filePath() const { return m_filePath; }
+    QString filePath() const override { return m_filePath; }
     void setFilePath(const QString &filePath) { m_filePath = filePath; }
 
     // Whether the player view holds the player's controls.

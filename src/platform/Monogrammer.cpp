@@ -1,6 +1,6 @@
 #include "Monogrammer.h"
 
-#include "Contact.h"
+#include "store/Contact.h"
 
 #include <QFont>
 #include <QGuiApplication>

@@ -1,6 +1,6 @@
 #include "VantrelPlayer.h"
 
-#include "list/VTCell.h"
+#include "PlayerCell.h"
 #include "platform/Screen.h"
 
 namespace {
@@ -39,7 +39,7 @@ VantrelPlayer *VantrelPlayer::sharedInstance()
     return s_sharedPlayer;
 }
 
-void VantrelPlayer::setupPlayerForCell(VTCell *cell)
+void VantrelPlayer::setupPlayerForCell(PlayerCell *cell)
 {
     // A row closed and opened again in quick succession keeps its controls.
     m_removal.stop();
@@ -60,7 +60,7 @@ void VantrelPlayer::setupPlayerForCell(VTCell *cell)
     m_container->show();
 }
 
-void VantrelPlayer::destroyPlayer(VTCell *)
+void VantrelPlayer::destroyPlayer(PlayerCell *)
 {
     m_removal.start();
 }

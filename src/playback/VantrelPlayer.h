@@ -6,7 +6,7 @@
 #include <QWidget>
 #include <memory>
 
-class VTCell;
+class PlayerCell;
 
 // The one playback controller: it owns one set of playback controls in a container and
 // moves that container into whichever row is opened for playing. The list calls
@@ -31,10 +31,10 @@ public:
     QString urlString() const { return m_urlString; }
 
     // Puts the controls into the cell's player view.
-    void setupPlayerForCell(VTCell *cell);
+    void setupPlayerForCell(PlayerCell *cell);
     // Takes the controls down from whichever row holds them, a moment later, once the row
     // has begun to close. The cell is not consulted.
-    void destroyPlayer(VTCell *cell);
+    void destroyPlayer(PlayerCell *cell);
 
     // How long the controls stay in a closing row.
     static constexpr int kRemovalDelayMs = 50;

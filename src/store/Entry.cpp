@@ -2,6 +2,7 @@
 
 #include <QStringList>
 #include <QTimeZone>
+#include <cstdlib>
 
 namespace {
 
@@ -61,6 +62,18 @@ const QDateTime &referenceDate()
     return reference;
 }
 
+// With its offset from UTC, as the phone prints a date: 2026-11-15T22:10:07-05:00, and
+// 2026-11-15T22:10:07+00:00 in UTC, where an ISO date would say "Z".
+QString withOffset(const QDateTime &date)
+{
+    const int offset = date.offsetFromUtc();
+    const int minutes = std::abs(offset) / 60;
+    return QStringLiteral("%1%2%3:%4")
+        .arg(date.toString(QStringLiteral("yyyy-MM-ddTHH:mm:ss")), offset < 0 ? u"-" : u"+")
+        .arg(minutes / 60, 2, 10, QLatin1Char('0'))
+        .arg(minutes % 60, 2, 10, QLatin1Char('0'));
+}
+
 } // namespace
 
 QString Entry::description() const
@@ -68,8 +81,7 @@ QString Entry::description() const
     QStringList pairs;
     pairs << QStringLiteral("address = %1").arg(quoted(address));
     if (date)
-        // With its offset from UTC, as the phone prints a date: 2026-11-15T22:10:07-05:00.
-        pairs << QStringLiteral("date = %1").arg(date->toOffsetFromUtc(date->offsetFromUtc()).toString(Qt::ISODate));
+        pairs << QStringLiteral("date = %1").arg(withOffset(*date));
     if (dateString)
         pairs << QStringLiteral("dateString = %1").arg(quoted(*dateString));
     if (duration)

@@ -1,7 +1,7 @@
 #include "RecordingCatalogue.h"
 
 #include "RecordingName.h"
-#include "platform/ContactStore.h"
+#include "store/ContactStore.h"
 
 #include <QFile>
 #include <QStringDecoder>

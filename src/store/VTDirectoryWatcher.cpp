@@ -1,6 +1,6 @@
 #include "VTDirectoryWatcher.h"
 
-#include "app/Assert.h"
+#include "core/Assert.h"
 
 #include <QFile>
 #include <QSocketNotifier>

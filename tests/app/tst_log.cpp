@@ -1,6 +1,6 @@
 #include "TestSupport.h"
-#include "app/Assert.h"
-#include "app/Log.h"
+#include "core/Assert.h"
+#include "core/Log.h"
 
 #include <QDir>
 #include <QFileInfo>

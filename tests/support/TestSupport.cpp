@@ -1,6 +1,6 @@
 #include "TestSupport.h"
 
-#include "app/Log.h"
+#include "core/Log.h"
 
 #include <QFile>
 #include <QFileInfo>

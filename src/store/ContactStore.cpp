@@ -1,7 +1,7 @@
 #include "ContactStore.h"
 
 #include "VCardReader.h"
-#include "app/Log.h"
+#include "core/Log.h"
 
 #include <QDir>
 #include <QDirIterator>

@@ -1,0 +1,52 @@
+#include "Transcript.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QStringDecoder>
+
+QString Transcript::read(const QString &path)
+{
+    // Only a regular file: opening a pipe named like a transcript would wait for a writer.
+    if (!QFileInfo(path).isFile())
+        return {};
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    QStringDecoder decoder(QStringDecoder::Utf8);
+    QString text = decoder(file.readAll());
+    if (decoder.hasError())
+        return {};
+    return text;
+}
+
+// A text view lays a paragraph out whole, which for megabytes on one line takes seconds.
+QString Transcript::forDisplay(const QString &text)
+{
+    constexpr qsizetype kParagraph = 4096;
+    if (text.size() <= kParagraph)
+        return text;
+    QString shown;
+    shown.reserve(text.size() + text.size() / kParagraph);
+    qsizetype start = 0;
+    while (start < text.size()) {
+        qsizetype end = text.indexOf(u'\n', start);
+        if (end < 0)
+            end = text.size();
+        if (end - start <= kParagraph) {
+            shown += QStringView(text).mid(start, end - start + (end < text.size() ? 1 : 0));
+            start = end + 1;
+            continue;
+        }
+        qsizetype cut = text.lastIndexOf(u' ', start + kParagraph);
+        if (cut <= start) {
+            shown += QStringView(text).mid(start, kParagraph);
+            shown += u'\n';
+            start += kParagraph;
+        } else {
+            shown += QStringView(text).mid(start, cut - start);
+            shown += u'\n';
+            start = cut + 1;
+        }
+    }
+    return shown;
+}
