@@ -54,17 +54,17 @@ void VantrelApplication::applicationDidFinishLaunching()
     _window->installEventFilter(this);
 
     // 5.
-    _tableController = new TableController(m_messagesDirectory, this);
+    _tableController = std::make_unique<TableController>(m_messagesDirectory);
 
     // 6. The list's own route handler.
-    connect(AudioSession::sharedInstance(), &AudioSession::routeChanged, _tableController,
+    connect(AudioSession::sharedInstance(), &AudioSession::routeChanged, _tableController.get(),
             &TableController::audioRouteChanged);
 
     // 7.
-    _viewController = std::make_unique<RootViewController>(_tableController, _window.get());
+    _viewController = new RootViewController(_tableController.get(), _window.get());
     auto *layout = new QVBoxLayout(_window.get());
     layout->setContentsMargins(0, 0, 0, 0);
-    layout->addWidget(_viewController.get());
+    layout->addWidget(_viewController);
     Device::currentDevice()->setWindow(_window.get());
     _window->show();
     _window->activateWindow();
@@ -137,25 +137,49 @@ void VantrelApplication::applicationStateDidChange(Qt::ApplicationState state)
         m_wentToBackground = true;
         return;
     }
-    if (state != Qt::ApplicationActive)
+    if (state == Qt::ApplicationActive)
+        cameBack();
+}
+
+void VantrelApplication::cameBack()
+{
+    // The first activation after launch is "active" only. Coming back from a hidden or
+    // minimised window, or from suspension, is "foreground" and then "active". A mere return
+    // of keyboard focus is neither: the process never stopped and the watcher kept the list
+    // current, so the open row and edit mode stay as the user left them.
+    if (!m_hasBeenActive) {
+        m_hasBeenActive = true;
+        m_wentToBackground = false;
+        emit didBecomeActive();
         return;
-    // The first activation after launch is "active" only; coming back from a hidden or
-    // minimised window is "foreground" first; a mere return of focus is "active" only, so a
-    // desktop user who clicks another window and back stays in edit mode.
-    if (m_hasBeenActive && m_wentToBackground)
-        emit willEnterForeground();
-    m_hasBeenActive = true;
+    }
+    if (!m_wentToBackground)
+        return;
     m_wentToBackground = false;
+    emit willEnterForeground();
     emit didBecomeActive();
 }
 
 bool VantrelApplication::eventFilter(QObject *watched, QEvent *event)
 {
     if (watched == _window.get() && m_hasBeenActive) {
-        if (event->type() == QEvent::Hide)
+        switch (event->type()) {
+        case QEvent::Hide:
             m_wentToBackground = true;
-        else if (event->type() == QEvent::WindowStateChange && _window->isMinimized())
-            m_wentToBackground = true;
+            break;
+        case QEvent::WindowStateChange:
+            if (_window->isMinimized())
+                m_wentToBackground = true;
+            else if (applicationState() == Qt::ApplicationActive)
+                cameBack(); // restored while the application kept the focus
+            break;
+        case QEvent::Show:
+            if (applicationState() == Qt::ApplicationActive)
+                cameBack();
+            break;
+        default:
+            break;
+        }
     }
     return QApplication::eventFilter(watched, event);
 }

@@ -29,8 +29,8 @@ public:
 
     QWidget *window() const { return _window.get(); }
     void setWindow(std::unique_ptr<QWidget> window) { _window = std::move(window); }
-    RootViewController *rootController() const { return _viewController.get(); }
-    TableController *tableController() const { return _tableController; }
+    RootViewController *rootController() const { return _viewController; }
+    TableController *tableController() const { return _tableController.get(); }
 
 public slots:
     // Tells the recording component the viewer is visible, and leaves edit mode.
@@ -46,7 +46,7 @@ public slots:
 signals:
     // The application came back after its window was hidden, minimised or suspended.
     void willEnterForeground();
-    // The application became the active one (also after a mere loss of focus).
+    // The application became active at launch, or after coming back to the foreground.
     void didBecomeActive();
 
 protected:
@@ -58,14 +58,14 @@ private slots:
 
 private:
     void applyBackgroundStyle();
+    void cameBack();
 
     QString m_messagesDirectory;
-    // Declared in this order so that the navigation controller goes before the window.
+    // The list lives as long as the application object, and so as long as the process; it
+    // is declared before the window so that the window, which shows its table, goes first.
+    std::unique_ptr<TableController> _tableController;
     std::unique_ptr<QWidget> _window;
-    std::unique_ptr<RootViewController> _viewController;
-    // A child of the application object, so it lives as long as the process does: the
-    // destructor never releases it itself.
-    TableController *_tableController { nullptr };
+    RootViewController *_viewController { nullptr }; // a child of the window
 
     bool m_hasBeenActive { false };
     bool m_wentToBackground { false };

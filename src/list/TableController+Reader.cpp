@@ -31,8 +31,13 @@ void TableController::readerViewTapped(Button *button)
 
         // A cell that is not in the table (scrolled away meanwhile) has no row to open.
         const std::optional<IndexPath> indexPath = tableView()->indexPathForCell(cell);
-        if (indexPath && selectedRowIndex != indexPath)
+        if (indexPath && selectedRowIndex != indexPath) {
+            // Outside edit mode, selected in the table as a tap would select it, so that the
+            // row's next tap, or Escape, closes it.
+            if (!isEditing())
+                tableView()->selectRowAtIndexPath(*indexPath, false);
             didSelectRowAtIndexPath(*indexPath);
+        }
 
         // Read on every tap, in both directions.
         const QString text =

@@ -103,6 +103,9 @@ void TableController::didSelectRowAtIndexPath(const IndexPath &indexPath)
 
     if (selectedRowIndex && selectedRowIndex->row == indexPath.row) {
         selectedRowIndex.reset();
+        // The table's selection follows the open row, so that Escape, which taps the selected
+        // row, only ever closes a row.
+        table->deselectRowAtIndexPath(indexPath, false);
     } else {
         selectedRowIndex = indexPath;
         // A row opened from its read button shows the transcript, not the player.

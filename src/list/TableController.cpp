@@ -4,7 +4,6 @@
 #include "core/Log.h"
 #include "platform/AudioSession.h"
 #include "platform/BarButtonItem.h"
-#include "store/ContactStore.h"
 #include "platform/Device.h"
 #include "platform/NavigationBar.h"
 #include "platform/NavigationController.h"
@@ -14,6 +13,7 @@
 #include "platform/Url.h"
 #include "platform/View.h"
 #include "playback/VantrelPlayer.h"
+#include "store/ContactStore.h"
 #include "store/RecordingCatalogue.h"
 
 namespace {

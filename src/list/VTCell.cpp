@@ -63,6 +63,13 @@ VTCell::VTCell(Style style, const QString &reuseIdentifier, TableController *tar
     m_playerView->installEventFilter(this);
 }
 
+VTCell::~VTCell()
+{
+    // What the player put into this row is the player's: handed back, never destroyed here.
+    for (QWidget *controls : m_playerView->findChildren<QWidget *>(Qt::FindDirectChildrenOnly))
+        controls->setParent(nullptr);
+}
+
 QTextBrowser *VTCell::readerView() const
 {
     if (m_readerView)
@@ -151,5 +158,7 @@ void VTCell::layoutSubviews()
         m_readerView->setGeometry(text->x(), text->y(), phoneX - text->x() - kReaderGap,
                                   content->height() - kReaderBottomInset);
     }
+    // Neither the name nor the detail line runs under the buttons; both elide before them.
     text->resize(phoneX - text->x(), text->height());
+    detail->resize(phoneX - detail->x(), detail->height());
 }

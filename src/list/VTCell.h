@@ -21,6 +21,7 @@ public:
     // The buttons send their actions to target, the list.
     VTCell(Style style, const QString &reuseIdentifier, TableController *target,
            QWidget *parent = nullptr);
+    ~VTCell() override;
 
     Button *readButton() const { return m_readButton; }
     Button *phoneButton() const { return m_phoneButton; }

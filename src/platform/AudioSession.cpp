@@ -1,9 +1,15 @@
 #include "AudioSession.h"
 
+#include <QCoreApplication>
+#include <QPointer>
+
 AudioSession *AudioSession::sharedInstance()
 {
-    static AudioSession session;
-    return &session;
+    // A child of the application object: it goes when the application does, never after.
+    static QPointer<AudioSession> session;
+    if (!session)
+        session = new AudioSession(QCoreApplication::instance());
+    return session;
 }
 
 bool AudioSession::setCategory(const QString &category)

@@ -15,7 +15,7 @@ public:
     static inline const QString AVAudioSessionCategoryPlayAndRecord =
         QStringLiteral("AVAudioSessionCategoryPlayAndRecord");
 
-    // The one session of the process, made on first use.
+    // The one session of the application, made on first use.
     static AudioSession *sharedInstance();
 
     QString category() const { return m_category; }
@@ -28,6 +28,6 @@ signals:
     void routeChanged();
 
 private:
-    AudioSession() = default;
+    using QObject::QObject;
     QString m_category { AVAudioSessionCategoryPlayback };
 };

@@ -68,10 +68,9 @@ void BarButton::paintEvent(QPaintEvent *)
     else if (isDown())
         painter.setOpacity(0.5);
     if (!m_item->imageName().isEmpty()) {
-        const QPixmap image = Images::imageNamed(m_item->imageName(), { kImageSize, kImageSize });
         const QRect target((width() - kImageSize) / 2, (height() - kImageSize) / 2, kImageSize,
                            kImageSize);
-        painter.drawPixmap(target, image);
+        Images::imageNamed(m_item->imageName()).paint(&painter, target);
     } else {
         painter.setPen(Qt::white);
         painter.setFont(font());

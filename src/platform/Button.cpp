@@ -38,7 +38,7 @@ void Button::paintEvent(QPaintEvent *)
     else if (!isEnabled())
         painter.setOpacity(0.35);
     if (!name.isEmpty())
-        painter.drawPixmap(target, Images::imageNamed(name, target.size()));
+        Images::imageNamed(name).paint(&painter, target);
     if (hasFocus()) {
         painter.setOpacity(0.7);
         painter.setPen(QPen(Qt::white, 1, Qt::DotLine));

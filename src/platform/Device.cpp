@@ -1,12 +1,16 @@
 #include "Device.h"
 
+#include <QCoreApplication>
 #include <QProximitySensor>
 #include <QWidget>
 
 Device *Device::currentDevice()
 {
-    static Device device;
-    return &device;
+    // A child of the application object, like the sensor and the sheet it makes.
+    static QPointer<Device> device;
+    if (!device)
+        device = new Device(QCoreApplication::instance());
+    return device;
 }
 
 void Device::setWindow(QWidget *window)

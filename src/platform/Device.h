@@ -25,7 +25,7 @@ signals:
     void proximityMonitoringChanged(bool enabled);
 
 private:
-    Device() = default;
+    using QObject::QObject;
     void applyProximity(bool near);
 
     bool m_proximityMonitoringEnabled { false };

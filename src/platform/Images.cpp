@@ -1,39 +1,38 @@
 #include "Images.h"
 
+#include <QCoreApplication>
 #include <QFile>
-#include <QGuiApplication>
 #include <QHash>
-#include <QPainter>
-#include <QSvgRenderer>
+#include <QPointer>
 
 namespace {
-QString resourcePath(const QString &name)
+
+// One icon per glyph, so that the engine's rendered pixmaps are reused between paints. It is
+// a child of the application object: icons must not outlive it.
+class ImageCache : public QObject
 {
-    return QStringLiteral(":/images/%1.svg").arg(name);
+public:
+    using QObject::QObject;
+    QHash<QString, QIcon> icons;
+};
+
+ImageCache *cache()
+{
+    static QPointer<ImageCache> instance;
+    if (!instance)
+        instance = new ImageCache(QCoreApplication::instance());
+    return instance;
 }
+
 } // namespace
 
-QPixmap Images::imageNamed(const QString &name, const QSize &pointSize)
+QIcon Images::imageNamed(const QString &name)
 {
-    static QHash<QString, QPixmap> cache;
-    const qreal ratio = qGuiApp ? qGuiApp->devicePixelRatio() : 1.0;
-    const QString key = QStringLiteral("%1@%2x%3@%4")
-                            .arg(name)
-                            .arg(pointSize.width())
-                            .arg(pointSize.height())
-                            .arg(ratio);
-    if (const auto found = cache.constFind(key); found != cache.cend())
+    QHash<QString, QIcon> &icons = cache()->icons;
+    if (const auto found = icons.constFind(name); found != icons.cend())
         return *found;
-
-    QSvgRenderer renderer(resourcePath(name));
-    if (!renderer.isValid())
-        return {};
-    QPixmap pixmap(pointSize * ratio);
-    pixmap.setDevicePixelRatio(ratio);
-    pixmap.fill(Qt::transparent);
-    QPainter painter(&pixmap);
-    renderer.render(&painter, QRectF(QPointF(0, 0), QSizeF(pointSize)));
-    painter.end();
-    cache.insert(key, pixmap);
-    return pixmap;
+    const QString path = QStringLiteral(":/images/%1.svg").arg(name);
+    const QIcon icon = QFile::exists(path) ? QIcon(path) : QIcon();
+    icons.insert(name, icon);
+    return icon;
 }

@@ -1,12 +1,11 @@
 #pragma once
 
 #include <QIcon>
-#include <QPixmap>
 #include <QString>
 
-// The application's glyphs by name ("share", "trash", "Settings", ...), drawn as SVG and
-// rendered sharp at the screen's pixel ratio.
+// The application's glyphs by name ("share", "trash", "Settings", ...): SVG drawn through
+// Qt's SVG icon engine, so that each is rendered sharp at whatever pixel ratio it is painted.
 namespace Images {
-// A null pixmap when there is no glyph of that name.
-QPixmap imageNamed(const QString &name, const QSize &pointSize);
+// A null icon when there is no glyph of that name.
+QIcon imageNamed(const QString &name);
 } // namespace Images

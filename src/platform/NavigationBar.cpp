@@ -36,10 +36,10 @@ void NavigationBar::setItems(BarButtonItem *left, BarButtonItem *right)
         if (button)
             button->deleteLater();
         button = item ? new BarButton(item, this) : nullptr;
-        if (button) {
-            connect(item, &BarButtonItem::changed, this, &NavigationBar::layoutItems);
-            button->show();
-        }
+        // The button decides its own visibility from the item's alpha; the connection goes
+        // with the button, so an item shown again and again is laid out once per change.
+        if (button)
+            connect(item, &BarButtonItem::changed, button, [this] { layoutItems(); });
     };
     replace(m_leftButton, left);
     replace(m_rightButton, right);

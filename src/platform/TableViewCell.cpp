@@ -1,5 +1,7 @@
 #include "TableViewCell.h"
 
+#include "Label.h"
+
 #include <QPainter>
 
 namespace {
@@ -14,8 +16,8 @@ constexpr QColor kSeparatorColor { 84, 84, 88 };
 
 TableViewCell::TableViewCell(Style style, const QString &reuseIdentifier, QWidget *parent)
     : QWidget(parent), m_style(style), m_reuseIdentifier(reuseIdentifier),
-      m_contentView(new QWidget(this)), m_textLabel(new QLabel(m_contentView)),
-      m_detailTextLabel(new QLabel(m_contentView)), m_imageView(new QLabel(m_contentView)),
+      m_contentView(new QWidget(this)), m_textLabel(new Label(m_contentView)),
+      m_detailTextLabel(new Label(m_contentView)), m_imageView(new QLabel(m_contentView)),
       m_separatorView(new QWidget(this))
 {
     // A cell is a surface of its own: its labels draw in the window text colour, not in the

@@ -19,10 +19,8 @@ void Toolbar::setItems(const QList<BarButtonItem *> &items)
     m_buttons.clear();
     for (BarButtonItem *item : items) {
         m_items << item;
-        BarButton *button = item->isFlexibleSpace() ? nullptr : new BarButton(item, this);
-        if (button)
-            button->show();
-        m_buttons << button;
+        // A button decides its own visibility from its item's alpha.
+        m_buttons << (item->isFlexibleSpace() ? nullptr : new BarButton(item, this));
     }
     layoutItems();
 }

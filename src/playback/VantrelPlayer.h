@@ -22,7 +22,7 @@ public:
     explicit VantrelPlayer(const QString &messagesDirectory, QObject *parent = nullptr);
     ~VantrelPlayer() override;
 
-    // The last player made, or null; never makes one.
+    // The last player made while it lives, or null; never makes one.
     static VantrelPlayer *sharedInstance();
 
     bool isPlaying() const { return false; }
@@ -39,12 +39,15 @@ public:
     // How long the controls stay in a closing row.
     static constexpr int kRemovalDelayMs = 50;
 
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
 private:
     QString m_messagesDirectory;
     QString m_urlString;
-    // Parentless while in no row; a row's player view holds it while it is shown. The
-    // pointer is guarded because that row may be destroyed with the container in it.
-    QPointer<QWidget> m_container;
-    std::unique_ptr<QWidget> m_ownedContainer;
+    // Holds the controls while they are in no row. A row's player view holds them while they
+    // are shown; a row that goes away hands them back here.
+    std::unique_ptr<QWidget> m_shelf;
+    QWidget *m_container; // a child of the shelf or of a row's player view
     QTimer m_removal;
 };
