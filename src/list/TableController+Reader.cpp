@@ -41,7 +41,7 @@ void TableController::readerViewTapped(Button *button)
 
         // Read on every tap, in both directions.
         const QString text =
-            Transcript::read(QStringLiteral("%1/%2").arg(m_messagesDirectory, cell->textFile()));
+            Transcript::read(QStringLiteral("%1/%2").arg(_messagesDirectory, cell->textFile()));
         cell->setReaderText(text);
         cell->readerView()->setPlainText(Transcript::forDisplay(text));
 

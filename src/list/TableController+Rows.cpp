@@ -57,12 +57,12 @@ TableViewCell *TableController::cellForRowAtIndexPath(const IndexPath &indexPath
     mylog(QStringLiteral("dict in cell %1").arg(entry.description()));
     cell->setPlayerDuration(entry.duration.value_or(0.0));
     cell->setFilePath(entry.filename);
-    if (!m_selectedBackgroundView) {
-        m_selectedBackgroundView = std::make_unique<QWidget>();
-        m_selectedBackgroundView->setGeometry(cell->geometry());
-        m_selectedBackgroundView->setAutoFillBackground(false); // clear
+    if (!selectedBackgroundView) {
+        selectedBackgroundView = std::make_unique<QWidget>();
+        selectedBackgroundView->setGeometry(cell->geometry());
+        selectedBackgroundView->setAutoFillBackground(false); // clear
     }
-    cell->setSelectedBackgroundView(m_selectedBackgroundView.get());
+    cell->setSelectedBackgroundView(selectedBackgroundView.get());
     cell->setBackgroundColor(kCellBackground);
     setTextColor(cell->textLabel(), Qt::white);
     setTextColor(cell->detailTextLabel(), Qt::lightGray);

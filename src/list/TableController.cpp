@@ -22,7 +22,7 @@ constexpr int kMonogramStyle = 1;
 } // namespace
 
 TableController::TableController(const QString &messagesDirectory, QObject *parent)
-    : TableViewController(parent), m_messagesDirectory(messagesDirectory)
+    : TableViewController(parent), _messagesDirectory(messagesDirectory)
 {
     seekOffset = -1;
 
@@ -33,11 +33,11 @@ TableController::TableController(const QString &messagesDirectory, QObject *pare
 
     // Without a watcher the list is still right after every reload; it just does not follow
     // the directory by itself.
-    m_directoryWatcher = VTDirectoryWatcher::watchFolderWithPath(m_messagesDirectory, this);
+    directoryWatcher = VTDirectoryWatcher::watchFolderWithPath(_messagesDirectory, this);
 
     getEntries();
 
-    _playerController = std::make_unique<VantrelPlayer>(m_messagesDirectory);
+    _playerController = std::make_unique<VantrelPlayer>(_messagesDirectory);
 
     _shareButton =
         BarButtonItem::withImage(QStringLiteral("share"), BarButtonItem::Style::Plain, this);
@@ -97,9 +97,9 @@ void TableController::getEntries()
     if (selectedRowIndex)
         closeOpenRow();
 
-    if (!m_entriesContactStore)
-        m_entriesContactStore = ContactStore::storeWithOptions(0);
-    entries = RecordingCatalogue(m_entriesContactStore.get()).entries(m_messagesDirectory);
+    if (!entriesContactStore)
+        entriesContactStore = ContactStore::storeWithOptions(0);
+    entries = RecordingCatalogue(entriesContactStore.get()).entries(_messagesDirectory);
 }
 
 void TableController::closeOpenRow()
@@ -141,9 +141,9 @@ void TableController::directoryDidChange(VTDirectoryWatcher *)
 
 const Contact *TableController::existingContactForAddress(const QString &address)
 {
-    if (!m_addressContactStore)
-        m_addressContactStore = ContactStore::storeWithOptions(0);
-    return m_addressContactStore->contactForDestinationId(address);
+    if (!addressContactStore)
+        addressContactStore = ContactStore::storeWithOptions(0);
+    return addressContactStore->contactForDestinationId(address);
 }
 
 QPixmap TableController::imageForContact(const Contact *contact)

@@ -40,7 +40,7 @@ public:
     // Portrait (1) only.
     bool shouldAutorotateToInterfaceOrientation(int orientation) const { return orientation == 1; }
 
-    QString messagesDirectory() const { return m_messagesDirectory; }
+    QString messagesDirectory() const { return _messagesDirectory; }
     const QList<Entry> &entryList() const { return entries; }
     std::optional<IndexPath> currentSelectedRowIndex() const { return selectedRowIndex; }
     BarButtonItem *editButton() const;
@@ -49,8 +49,8 @@ public:
     BarButtonItem *trashButton() const { return _trashButton; }
 
     VantrelPlayer *playerController() const { return _playerController.get(); }
-    QString lastPlayerFilePath() const { return m_lastPlayerFilePath; }
-    void setLastPlayerFilePath(const QString &path) { m_lastPlayerFilePath = path; }
+    QString lastPlayerFilePath() const { return _lastPlayerFilePath; }
+    void setLastPlayerFilePath(const QString &path) { _lastPlayerFilePath = path; }
 
     // Rebuilds entries from the directory; closes an open row first, since rows are indices.
     void getEntries();
@@ -84,6 +84,7 @@ public:
     void didDeselectRowAtIndexPath(const IndexPath &indexPath) override;
     TableViewDataSource::EditingStyle
     editingStyleForRowAtIndexPath(const IndexPath &indexPath) override;
+    // Rows are never reordered; the table has no reordering to ask it.
     bool canMoveRowAtIndexPath(const IndexPath &) const { return false; }
 
     void directoryDidChange(VTDirectoryWatcher *watcher) override;
@@ -104,8 +105,9 @@ private:
     // it and lets the row shrink back.
     void closeOpenRow();
 
-    QString m_messagesDirectory;
-
+    // Fields keep the list's own names: a leading underscore for a field behind an accessor,
+    // none for the others.
+    QString _messagesDirectory;
     int64_t seekOffset { -1 }; // set at construction and never read; kept as it always was
     QList<Entry> entries;
     std::unique_ptr<Monogrammer> monogrammer;
@@ -114,14 +116,14 @@ private:
     QPointer<BarButtonItem> _trashButton;
     QPointer<BarButtonItem> _shareButton;
     QPointer<BarButtonItem> settingsButton;
-    QString m_lastPlayerFilePath;
+    QString _lastPlayerFilePath; // nothing sets it: kept with its accessors, as it always was
     std::unique_ptr<VantrelPlayer> _playerController;
     // Given to every cell as its selected background: clear, so selection shows nothing.
-    std::unique_ptr<QWidget> m_selectedBackgroundView;
+    std::unique_ptr<QWidget> selectedBackgroundView;
 
     // The catalogue and the cells each look callers up in an address book of their own,
-    // kept for the life of the list; the watcher likewise lives as long as the list.
-    std::unique_ptr<ContactStore> m_entriesContactStore;
-    std::unique_ptr<ContactStore> m_addressContactStore;
-    std::unique_ptr<VTDirectoryWatcher> m_directoryWatcher;
+    // kept for the life of the list; the directory follower likewise lives as long as it.
+    std::unique_ptr<ContactStore> entriesContactStore;
+    std::unique_ptr<ContactStore> addressContactStore;
+    std::unique_ptr<VTDirectoryWatcher> directoryWatcher;
 };

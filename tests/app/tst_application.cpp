@@ -1,8 +1,8 @@
 #include "TestSupport.h"
 #include "app/VantrelApplication.h"
 #include "list/TableController.h"
-#include "platform/AudioSession.h"
-#include "platform/Device.h"
+#include "list/VTCell.h"
+#include "platform/TableView.h"
 
 #include <QDBusArgument>
 #include <QDBusConnection>
@@ -10,6 +10,7 @@
 #include <QDBusMetaType>
 #include <QDir>
 #include <QProcess>
+#include <QScrollBar>
 #include <QTest>
 
 // Listens on the session bus from a connection of its own, as the recording component would.
@@ -17,13 +18,14 @@ class BusSpy : public QObject
 {
     Q_OBJECT
 public:
-    explicit BusSpy(QDBusConnection connection) : m_bus(connection)
+    BusSpy() : m_bus(QDBusConnection::connectToBus(QDBusConnection::SessionBus, "spy"))
     {
         m_bus.connect(QString(), "/net/zorvath/vantrel", "net.zorvath.vantrel", "appbecamevisible",
                       this, SLOT(visible()));
         m_bus.connect(QString(), "/net/zorvath/vantrel", "com.canonical.Unity.LauncherEntry",
                       "Update", this, SLOT(badge(QDBusMessage)));
     }
+    ~BusSpy() override { QDBusConnection::disconnectFromBus("spy"); }
     int visibleCount { 0 };
     QList<qint64> badgeCounts;
 
@@ -39,36 +41,79 @@ private:
     QDBusConnection m_bus;
 };
 
+// The application as it is launched, a fresh one for every test, on a Messages directory with
+// two recordings.
 class TestApplication : public QObject
 {
     Q_OBJECT
+public:
+    TestApplication(int argc, char **argv) : m_argc(argc), m_argv(argv) {}
+
 private slots:
-    void initTestCase();
+    void init();
+    void cleanup();
     void launchPostsVisibleAndClearsBadge();
     void updateNotificationReloadsWithoutLeavingEditMode();
     void foregroundLeavesEditModeButFocusDoesNot();
-    void proximityFollowsReceiverPlayback();
-    void runsWithoutSessionBus();
+    void exitsQuietly_data();
+    void exitsQuietly();
 
 private:
-    VantrelApplication *app() { return VantrelApplication::sharedApplication(); }
-    QString messages() const { return m_root.filePath("Messages"); }
+    VantrelApplication *app() const { return m_app.get(); }
+    TableController *list() const { return m_app->tableController(); }
+    QString messages() const { return m_root->filePath("Messages"); }
+    void tapFirstRow();
+    bool firstRowOpen() const;
+    // Posts the recording component's request for a fresh list, from another process.
+    static void postUpdate();
 
-    QTemporaryDir m_root;
+    int m_argc;
+    char **m_argv;
+    std::unique_ptr<QTemporaryDir> m_root;
+    std::unique_ptr<VantrelApplication> m_app;
     std::unique_ptr<BusSpy> m_spy;
 };
 
-void TestApplication::initTestCase()
+void TestApplication::init()
 {
+    m_root = std::make_unique<QTemporaryDir>();
+    QVERIFY(QDir(m_root->path()).mkdir("Messages"));
+    for (const char *time : { "15-Nov-2026-22-10-07", "14-Nov-2026-09-00-00" })
+        QVERIFY(TestSupport::writeFile(messages() + "/" +
+                                       TestSupport::recordingName("TEL", "+15551234567", time)));
+    m_app = std::make_unique<VantrelApplication>(m_argc, m_argv);
     QVERIFY(QDBusConnection::sessionBus().isConnected());
-    m_spy =
-        std::make_unique<BusSpy>(QDBusConnection::connectToBus(QDBusConnection::SessionBus, "spy"));
-    QVERIFY(QDir(m_root.path()).mkdir("Messages"));
-    QVERIFY(TestSupport::writeFile(
-        messages() + "/" +
-        TestSupport::recordingName("TEL", "+15551234567", "15-Nov-2026-22-10-07")));
+    m_spy = std::make_unique<BusSpy>();
     app()->setMessagesDirectory(messages());
     app()->applicationDidFinishLaunching();
+    QVERIFY(QTest::qWaitForWindowExposed(app()->window()));
+}
+
+void TestApplication::cleanup()
+{
+    m_spy.reset();
+    m_app.reset();
+    m_root.reset();
+}
+
+void TestApplication::tapFirstRow()
+{
+    TableView *table = list()->tableView();
+    const QRect row = table->rectForRowAtIndexPath({ 0, 0 });
+    QTest::mouseClick(table->viewport(), Qt::LeftButton, {},
+                      QPoint(row.center().x(), row.top() + 27));
+}
+
+bool TestApplication::firstRowOpen() const
+{
+    return list()->tableView()->rectForRowAtIndexPath({ 0, 0 }).height() == 108 &&
+           !list()->tableView()->isAnimatingHeights();
+}
+
+void TestApplication::postUpdate()
+{
+    QProcess::execute("dbus-send", { "--session", "--type=signal", "/net/zorvath/vantrel",
+                                     "net.zorvath.vantrel.updateApplicationTable" });
 }
 
 void TestApplication::launchPostsVisibleAndClearsBadge()
@@ -76,90 +121,101 @@ void TestApplication::launchPostsVisibleAndClearsBadge()
     QTRY_COMPARE(m_spy->visibleCount, 1);
     QTRY_VERIFY(!m_spy->badgeCounts.isEmpty());
     QCOMPARE(m_spy->badgeCounts.first(), 0);
-    QCOMPARE(app()->tableController()->entryList().size(), 1);
-    QCOMPARE(app()->tableController()->title(), "Vantrel Plus");
+    QCOMPARE(list()->tableView()->numberOfRowsInSection(0), 2);
+    QCOMPARE(app()->window()->windowTitle(), "Vantrel Plus");
+    // The first activation is "active" only: the recording side hears "visible" once.
+    QTRY_COMPARE(app()->applicationState(), Qt::ApplicationActive);
+    QTest::qWait(50);
+    QCOMPARE(m_spy->visibleCount, 1);
 }
 
 void TestApplication::updateNotificationReloadsWithoutLeavingEditMode()
 {
-    // Swap in a new Messages directory: the watcher keeps watching the old one, so only the
-    // notification can bring the new recording to the list.
-    QVERIFY(QDir(m_root.path()).rename("Messages", "Old"));
-    QVERIFY(QDir(m_root.path()).mkdir("Messages"));
-    const QString newest =
-        TestSupport::recordingName("FT", "anna@example.com", "16-Nov-2026-08-00-00");
-    QVERIFY(TestSupport::writeFile(messages() + "/" + newest));
-    QVERIFY(TestSupport::writeFile(
-        messages() + "/" +
-        TestSupport::recordingName("TEL", "+15550000001", "01-Nov-2026-08-00-00")));
-    QTest::qWait(100);
-    QCOMPARE(app()->tableController()->entryList().size(), 1);
-
-    app()->tableController()->setEditing(true, false);
-    const qsizetype badges = m_spy->badgeCounts.size();
-    QProcess::execute("dbus-send", { "--session", "--type=signal", "/net/zorvath/vantrel",
-                                     "net.zorvath.vantrel.updateApplicationTable" });
-    QTRY_COMPARE(app()->tableController()->entryList().size(), 2);
-    QCOMPARE(app()->tableController()->entryList().first().filename, newest);
+    // Outside edit mode, the reload closes the open row.
+    tapFirstRow();
+    QTRY_VERIFY(firstRowOpen());
+    qsizetype badges = m_spy->badgeCounts.size();
+    postUpdate();
     QTRY_VERIFY(m_spy->badgeCounts.size() > badges);
     QCOMPARE(m_spy->badgeCounts.last(), 0);
-    QVERIFY(app()->tableController()->isEditing());
+    QTRY_COMPARE(list()->tableView()->rectForRowAtIndexPath({ 0, 0 }).height(), 54);
+
+    // In edit mode, the list is reloaded and stays in edit mode.
+    list()->setEditing(true, false);
+    badges = m_spy->badgeCounts.size();
+    postUpdate();
+    QTRY_VERIFY(m_spy->badgeCounts.size() > badges);
+    QVERIFY(list()->isEditing());
     QCOMPARE(m_spy->visibleCount, 1);
 }
 
 void TestApplication::foregroundLeavesEditModeButFocusDoesNot()
 {
-    TableController *list = app()->tableController();
-    list->setEditing(true, false);
-    const int visible = m_spy->visibleCount;
+    QTRY_COMPARE(m_spy->visibleCount, 1);
+    tapFirstRow();
+    QTRY_VERIFY(firstRowOpen());
 
-    app()->applicationStateDidChange(Qt::ApplicationInactive); // another window took the focus
+    // Another window takes the focus and gives it back: nothing is reloaded, the row stays open.
+    app()->applicationStateDidChange(Qt::ApplicationInactive);
     app()->applicationStateDidChange(Qt::ApplicationActive);
     QTest::qWait(100);
-    QVERIFY(list->isEditing());
-    QCOMPARE(m_spy->visibleCount, visible);
-
-    app()->applicationStateDidChange(Qt::ApplicationHidden);
+    QVERIFY(firstRowOpen());
+    list()->setEditing(true, false);
+    app()->applicationStateDidChange(Qt::ApplicationInactive);
     app()->applicationStateDidChange(Qt::ApplicationActive);
-    QTRY_COMPARE(m_spy->visibleCount, visible + 1);
-    QVERIFY(!list->isEditing());
+    QTest::qWait(100);
+    QVERIFY(list()->isEditing());
+    QCOMPARE(m_spy->visibleCount, 1);
+
+    // Back from a minimised window: "foreground", then "active".
+    app()->window()->showMinimized();
+    app()->applicationStateDidChange(Qt::ApplicationInactive);
+    app()->window()->showNormal();
+    app()->applicationStateDidChange(Qt::ApplicationActive);
+    QTRY_COMPARE(m_spy->visibleCount, 2);
+    QVERIFY(!list()->isEditing());
+
+    // Back from suspension on a phone: the same, and the open row closes with the reload.
+    list()->setEditing(false, false);
+    tapFirstRow();
+    QTRY_VERIFY(firstRowOpen());
+    app()->applicationStateDidChange(Qt::ApplicationSuspended);
+    app()->applicationStateDidChange(Qt::ApplicationActive);
+    QTRY_COMPARE(m_spy->visibleCount, 3);
+    QTRY_COMPARE(list()->tableView()->rectForRowAtIndexPath({ 0, 0 }).height(), 54);
 }
 
-void TestApplication::proximityFollowsReceiverPlayback()
+void TestApplication::exitsQuietly_data()
 {
-    AudioSession *session = AudioSession::sharedInstance();
-    Device *device = Device::currentDevice();
-    QCOMPARE(session->category(), AudioSession::AVAudioSessionCategoryPlayback);
-
-    device->setProximityMonitoringEnabled(true);
-    app()->audioRouteChanged(); // loudspeaker: off whatever the player does
-    QVERIFY(!device->isProximityMonitoringEnabled());
-
-    QVERIFY(session->setCategory(AudioSession::AVAudioSessionCategoryPlayAndRecord));
-    device->setProximityMonitoringEnabled(true);
-    emit session->routeChanged(); // the list's own rule reads a flag that is never set
-    QVERIFY(!device->isProximityMonitoringEnabled());
-    QVERIFY(session->setCategory(AudioSession::AVAudioSessionCategoryPlayback));
+    QTest::addColumn<bool>("sessionBus");
+    QTest::newRow("on a session bus") << true;
+    QTest::newRow("without a session bus") << false;
 }
 
-void TestApplication::runsWithoutSessionBus()
+void TestApplication::exitsQuietly()
 {
+    // The real program, from launch to exit: it draws its first screen and ends with status 0
+    // and not one warning.
+    QFETCH(bool, sessionBus);
     QProcess vantrel;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent/bus");
+    if (!sessionBus)
+        environment.insert("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent/bus");
     vantrel.setProcessEnvironment(environment);
-    const QString shot = m_root.filePath("shot.png");
+    const QString shot = m_root->filePath("shot.png");
     vantrel.start(QStringLiteral(VANTREL_EXECUTABLE),
                   { "--messages-dir", messages(), "--screenshot", shot });
     QVERIFY(vantrel.waitForFinished(30000));
+    QCOMPARE(vantrel.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(QString::fromLocal8Bit(vantrel.readAllStandardError()), QString());
     QCOMPARE(vantrel.exitCode(), 0);
     QVERIFY(QImage(shot).width() > 0);
 }
 
 int main(int argc, char *argv[])
 {
-    VantrelApplication application(argc, argv);
-    TestApplication test;
+    // No application object here: every test makes its own, as a launch does.
+    TestApplication test(argc, argv);
     return QTest::qExec(&test, argc, argv);
 }
 

@@ -1,6 +1,7 @@
 #include "ListScreen.h"
 #include "TestSupport.h"
 #include "platform/BarButton.h"
+#include "platform/Label.h"
 #include "platform/NavigationBar.h"
 #include "platform/View.h"
 
@@ -16,12 +17,17 @@ private slots:
     void cleanup() { m_screen.reset(); }
     void rowsShowCallersNewestFirst();
     void editButtonFollowsTheDirectory();
+    void longTextsEndBeforeTheButtons_data();
+    void longTextsEndBeforeTheButtons();
     void onlyRowsOnScreenHaveCells();
     void missingDirectoryGivesEmptyList();
 
 private:
     QStringList visibleNames() const;
     BarButton *editButton() const { return m_screen->navigation()->navigationBar()->leftButton(); }
+    // Whether "Edit" is drawn in the bar, and whether a click where it stands enters edit mode.
+    bool editDrawn() const;
+    bool clickOnEditEntersEditMode();
     std::unique_ptr<ListScreen> m_screen;
 };
 
@@ -33,6 +39,30 @@ QStringList TestListScreen::visibleNames() const
             names << cell->textLabel()->text();
     }
     return names;
+}
+
+bool TestListScreen::editDrawn() const
+{
+    // The bar is black; "Edit" is white text in its left quarter.
+    NavigationBar *bar = m_screen->navigation()->navigationBar();
+    const QImage image = bar->grab(QRect(0, 0, bar->width() / 4, bar->height())).toImage();
+    for (int y = 0; y < image.height(); ++y)
+        for (int x = 0; x < image.width(); ++x)
+            if (qGray(image.pixel(x, y)) > 200)
+                return true;
+    return false;
+}
+
+bool TestListScreen::clickOnEditEntersEditMode()
+{
+    NavigationBar *bar = m_screen->navigation()->navigationBar();
+    QTest::mouseClick(bar->childAt(20, bar->height() / 2) ? bar->childAt(20, bar->height() / 2)
+                                                          : static_cast<QWidget *>(bar),
+                      Qt::LeftButton, {}, QPoint(20, bar->height() / 2));
+    const bool editing = m_screen->list()->isEditing();
+    if (editing)
+        m_screen->list()->setEditing(false, false);
+    return editing;
 }
 
 void TestListScreen::rowsShowCallersNewestFirst()
@@ -66,20 +96,64 @@ void TestListScreen::rowsShowCallersNewestFirst()
 
 void TestListScreen::editButtonFollowsTheDirectory()
 {
+    // An empty list at launch: no "Edit" is drawn, and a click where it would be does nothing.
     m_screen->open();
-    QVERIFY(editButton());
-    QCOMPARE(editButton()->text(), "Edit");
-    QCOMPARE(alpha(editButton()), 0.0);
+    QVERIFY(!editDrawn());
+    QVERIFY(!clickOnEditEntersEditMode());
 
     // Written by the recording side while the list is on screen: the watcher brings it in.
     const QString name = m_screen->addRecording("TEL", "+15551234567", "15-Nov-2026-22-10-07");
     QTRY_COMPARE(visibleNames(), QStringList({ "Daniel Reyes" }));
-    QCOMPARE(alpha(editButton()), 1.0);
+    QVERIFY(editDrawn());
+    QCOMPARE(editButton()->text(), "Edit");
+    QVERIFY(clickOnEditEntersEditMode());
 
     QVERIFY(QFile::remove(m_screen->messages() + "/" + name));
     QTRY_COMPARE(m_screen->list()->numberOfRowsInSection(0), 0);
-    QCOMPARE(alpha(editButton()), 0.0);
+    QVERIFY(!editDrawn());
+    QVERIFY(!clickOnEditEntersEditMode());
     QVERIFY(visibleNames().isEmpty());
+
+    // Edit mode and back, many times over, on an empty list: still nothing to click.
+    for (int i = 0; i < 20; ++i)
+        m_screen->list()->setEditing(i % 2 == 0, false);
+    QVERIFY(!editDrawn());
+}
+
+void TestListScreen::longTextsEndBeforeTheButtons_data()
+{
+    QTest::addColumn<int>("width");
+    QTest::addColumn<QString>("address");
+    QTest::newRow("a phone, 375 points") << 375 << "+15551234567";
+    QTest::newRow("a Linux phone, 360 points") << 360 << "+15551234567";
+    QTest::newRow("a handle longer than the row")
+        << 360 << "maximilian.alexander.featherstonehaugh-worthington@example.com";
+}
+
+void TestListScreen::longTextsEndBeforeTheButtons()
+{
+    QFETCH(int, width);
+    QFETCH(QString, address);
+    TestSupport::writeFile(
+        m_screen->root() + "/contacts.vcf",
+        "BEGIN:VCARD\r\nVERSION:3.0\r\nFN:Maximilian Alexander \"Max\" Featherstonehaugh-"
+        "Worthington\\nof Leamington Spa\r\nTEL:+15551234567\r\nEND:VCARD\r\n");
+    m_screen->addRecording("FaceTimeAudioGroupCall", address, "09-Nov-2026-08-45-30");
+    m_screen->open(QString(), width);
+
+    VTCell *cell = m_screen->cell(0);
+    QVERIFY(cell);
+    const int phone = cell->phoneButton()->geometry().left();
+    for (QLabel *label : { cell->textLabel(), cell->detailTextLabel() }) {
+        const auto *line = qobject_cast<Label *>(label);
+        QVERIFY(line);
+        QVERIFY2(label->geometry().right() < phone, qPrintable(label->text()));
+        // Cut short with an ellipsis, on one line; screen readers still get the whole text.
+        QVERIFY2(line->shownText().endsWith(QChar(0x2026)), qPrintable(line->shownText()));
+        QVERIFY(!line->shownText().contains(u'\n'));
+        QVERIFY(label->fontMetrics().horizontalAdvance(line->shownText()) <= label->width());
+    }
+    QVERIFY(cell->accessibleName().size() > cell->textLabel()->width() / 4);
 }
 
 void TestListScreen::onlyRowsOnScreenHaveCells()

@@ -31,10 +31,10 @@ QString ListScreen::addRecording(const QString &kind, const QString &address, co
     return name;
 }
 
-void ListScreen::open(const QString &directory)
+void ListScreen::open(const QString &directory, int width)
 {
     m_window = std::make_unique<QWidget>();
-    m_window->resize(375, 667);
+    m_window->resize(width, 667);
     m_list = new TableController(directory.isNull() ? messages() : directory, m_window.get());
     m_navigation = new RootViewController(m_list, m_window.get());
     auto *layout = new QVBoxLayout(m_window.get());

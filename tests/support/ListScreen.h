@@ -23,8 +23,9 @@ public:
     QString addRecording(const QString &kind, const QString &address, const QString &time,
                          const QByteArray &transcript = QByteArray());
 
-    // Builds and shows the screen over directory (the Messages directory by default).
-    void open(const QString &directory = QString());
+    // Builds and shows the screen over directory (the Messages directory by default), in a
+    // window of the given width (a phone's 375 points by default).
+    void open(const QString &directory = QString(), int width = 375);
 
     TableController *list() const { return m_list; }
     RootViewController *navigation() const { return m_navigation; }
