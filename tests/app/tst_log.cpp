@@ -5,9 +5,39 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QRegularExpression>
+#include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QTest>
+#include <pwd.h>
+#include <sys/stat.h>
 #include <unistd.h>
+
+namespace {
+
+// Permission bits of path itself (a link is not followed), or -1 when there is nothing there.
+int modeOf(const QString &path)
+{
+    struct stat status = {};
+    if (::lstat(QFile::encodeName(path).constData(), &status) != 0)
+        return -1;
+    return status.st_mode & 07777;
+}
+
+// Hands path to the user "nobody"; answers false where this process may not (not root).
+bool giveToNobody(const QString &path)
+{
+    const passwd *nobody = ::getpwnam("nobody");
+    return nobody &&
+           ::lchown(QFile::encodeName(path).constData(), nobody->pw_uid, nobody->pw_gid) == 0;
+}
+
+QByteArray contentsOf(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+} // namespace
 
 class TestLog : public QObject
 {
@@ -17,7 +47,13 @@ private slots:
     void header();
     void lineIsHeaderBlankMessage();
     void messageIsDataNotFormat();
-    void fallbackIsCreatedButStaysEmpty();
+    void freshLogIsOwnersOnly();
+    void unopenableLogOpensFallback_data();
+    void unopenableLogOpensFallback();
+    void fallbackFolderMustBePrivate_data();
+    void fallbackFolderMustBePrivate();
+    void temporaryDirectoryPlace_data();
+    void temporaryDirectoryPlace();
     void mylogAppendsToSystemLog();
     void dumpASBDWritesNineLines();
     void dumpASBDRefusesNull();
@@ -86,16 +122,131 @@ void TestLog::messageIsDataNotFormat()
     QVERIFY(file.readAll().endsWith(QByteArray("] ") + message + '\n'));
 }
 
-void TestLog::fallbackIsCreatedButStaysEmpty()
+void TestLog::freshLogIsOwnersOnly()
 {
-    // A directory in the log's place cannot be opened for appending, even by root.
     QTemporaryDir dir;
-    QVERIFY(QDir(dir.path()).mkdir("syslog"));
-    const QString fallback = dir.filePath("tmp-syslog");
-    vantrel::log::appendLine(dir.filePath("syslog").toLocal8Bit().constData(),
-                             fallback.toStdString(), "lost");
+    const QString log = dir.filePath("syslog");
+    vantrel::log::appendLine(QFile::encodeName(log).constData(),
+                             dir.filePath("fallback").toStdString(), "+15551234567 Jane Doe");
+    QCOMPARE(modeOf(log), 0600);
+    QVERIFY(contentsOf(log).endsWith("] +15551234567 Jane Doe\n"));
+}
+
+void TestLog::unopenableLogOpensFallback_data()
+{
+    QTest::addColumn<QString>("obstacle");
+    QTest::newRow("a folder in its place") << "folder";
+    QTest::newRow("link to a file") << "link";
+    QTest::newRow("link to nowhere") << "dangling link";
+    QTest::newRow("another user's file") << "foreign";
+}
+
+void TestLog::unopenableLogOpensFallback()
+{
+    QFETCH(QString, obstacle);
+    QTemporaryDir dir;
+    const QString log = dir.filePath("syslog");
+    const QString target = dir.filePath("target");
+    const QString fallback = dir.filePath("private/syslog");
+    if (obstacle == "folder") {
+        // Cannot be opened for appending, even by root.
+        QVERIFY(QDir(dir.path()).mkdir("syslog"));
+    } else if (obstacle == "link") {
+        QVERIFY(TestSupport::writeFile(target, "kept\n"));
+        QVERIFY(QFile::link(target, log));
+    } else if (obstacle == "dangling link") {
+        QVERIFY(QFile::link(target, log));
+    } else {
+        QVERIFY(TestSupport::writeFile(log, "kept\n"));
+        if (!giveToNobody(log))
+            QSKIP("only root can hand a file to another user");
+    }
+
+    vantrel::log::appendLine(QFile::encodeName(log).constData(), fallback.toStdString(),
+                             "+15551234567");
+
+    QCOMPARE(contentsOf(obstacle == "foreign" ? log : target),
+             obstacle == "folder" || obstacle == "dangling link" ? QByteArray() : "kept\n");
+    if (obstacle == "dangling link")
+        QVERIFY(!QFileInfo::exists(target));
     QVERIFY(QFileInfo::exists(fallback));
     QCOMPARE(QFileInfo(fallback).size(), 0);
+    QCOMPARE(modeOf(fallback), 0600);
+    QCOMPARE(modeOf(dir.filePath("private")), 0700);
+}
+
+void TestLog::fallbackFolderMustBePrivate_data()
+{
+    QTest::addColumn<QString>("folder");
+    QTest::addColumn<bool>("opened");
+    QTest::newRow("own folder") << "own" << true;
+    QTest::newRow("link to an own folder") << "link" << false;
+    QTest::newRow("another user's folder") << "foreign" << false;
+}
+
+void TestLog::fallbackFolderMustBePrivate()
+{
+    QFETCH(QString, folder);
+    QFETCH(bool, opened);
+    QTemporaryDir dir;
+    QVERIFY(QDir(dir.path()).mkdir("syslog")); // the log cannot be opened
+    QVERIFY(QDir(dir.path()).mkdir("real"));
+    const QString real = dir.filePath("real");
+    const QString fallbackFolder = folder == "link" ? dir.filePath("link") : real;
+    if (folder == "link")
+        QVERIFY(QFile::link(real, fallbackFolder));
+    if (folder == "foreign" && !giveToNobody(real))
+        QSKIP("only root can hand a folder to another user");
+
+    vantrel::log::appendLine(QFile::encodeName(dir.filePath("syslog")).constData(),
+                             (fallbackFolder + "/syslog").toStdString(), "lost");
+
+    QCOMPARE(QFileInfo::exists(real + "/syslog"), opened);
+}
+
+void TestLog::temporaryDirectoryPlace_data()
+{
+    QTest::addColumn<QByteArray>("runtimeDirectory"); // "<unset>": no runtime directory
+    QTest::addColumn<QString>("expected");            // "RUNTIME" stands for the given one
+    const QString tmp = QStringLiteral("/tmp/net.zorvath.vantrel-%1").arg(::geteuid());
+    QTest::newRow("runtime directory") << QByteArray("RUNTIME") << "RUNTIME/net.zorvath.vantrel";
+    QTest::newRow("none") << QByteArray("<unset>") << tmp;
+    QTest::newRow("empty") << QByteArray("") << tmp;
+    QTest::newRow("relative") << QByteArray("run/user") << tmp;
+}
+
+void TestLog::temporaryDirectoryPlace()
+{
+    QFETCH(QByteArray, runtimeDirectory);
+    QFETCH(QString, expected);
+    QTemporaryDir runtime;
+    QTemporaryDir blocked;
+    QVERIFY(QDir(blocked.path()).mkdir("syslog"));
+    const bool wasSet = qEnvironmentVariableIsSet("XDG_RUNTIME_DIR");
+    const QByteArray saved = qgetenv("XDG_RUNTIME_DIR");
+    const auto restore = qScopeGuard([&] {
+        if (wasSet)
+            qputenv("XDG_RUNTIME_DIR", saved);
+        else
+            qunsetenv("XDG_RUNTIME_DIR");
+    });
+    if (runtimeDirectory == "<unset>")
+        qunsetenv("XDG_RUNTIME_DIR");
+    else
+        qputenv("XDG_RUNTIME_DIR", runtimeDirectory.replace("RUNTIME", runtime.path().toUtf8()));
+    expected.replace("RUNTIME", runtime.path());
+    const bool existed = QFileInfo::exists(expected);
+    const auto cleanUp = qScopeGuard([&] {
+        if (!existed)
+            QDir(expected).removeRecursively();
+    });
+
+    vantrel::log::appendLine(QFile::encodeName(blocked.filePath("syslog")).constData(),
+                             vantrel::log::fallbackPath(), "lost");
+
+    QCOMPARE(modeOf(expected), 0700);
+    QCOMPARE(QFileInfo(expected).ownerId(), ::geteuid());
+    QVERIFY(QFileInfo(expected + "/syslog").isFile());
 }
 
 void TestLog::mylogAppendsToSystemLog()
@@ -107,7 +258,8 @@ void TestLog::mylogAppendsToSystemLog()
     // Other tests write to the same log at the same time: find this process's line.
     const QString own = QStringLiteral("[%1] %2").arg(getpid()).arg(token);
     const QStringList lines = TestSupport::logLinesSince(before);
-    QVERIFY(std::any_of(lines.cbegin(), lines.cend(), [&](const QString &line) { return line.endsWith(own); }));
+    QVERIFY(std::any_of(lines.cbegin(), lines.cend(),
+                        [&](const QString &line) { return line.endsWith(own); }));
 }
 
 void TestLog::dumpASBDWritesNineLines()
