@@ -1,58 +1,49 @@
 #include "ContactStore.h"
 
-#include "VCardReader.h"
-#include "core/Log.h"
+#include "ContactIndex.h"
+#include "ContactSourceWatcher.h"
 
-#include <QDir>
-#include <QDirIterator>
-#include <QFile>
-#include <QFileInfo>
+#include <QAbstractEventDispatcher>
 #include <QLocale>
+#include <QMutex>
 #include <QStandardPaths>
-#include <phonenumbers/phonenumberutil.h>
-#include <set>
+#include <QThreadPool>
 
 namespace {
 
-using i18n::phonenumbers::PhoneNumber;
-using i18n::phonenumbers::PhoneNumberUtil;
-
-// Address books are small; anything larger than this is not one, and reading it whole
-// would only stall the list.
-constexpr qint64 kMaxVCardFileSize = 16 * 1024 * 1024;
-
-const std::set<int> &callingCodes()
-{
-    static const std::set<int> codes = [] {
-        std::set<int> all;
-        PhoneNumberUtil::GetInstance()->GetSupportedCallingCodes(&all);
-        return all;
-    }();
-    return codes;
-}
-
-bool isInternationalDigits(const QString &text)
-{
-    if (text.size() < 4 || text.size() > 16 || text[0] != u'+')
-        return false;
-    for (qsizetype i = 1; i < text.size(); ++i) {
-        if (text[i] < u'0' || text[i] > u'9')
-            return false;
-    }
-    return true;
-}
-
-QString digitsOnly(const QString &text)
-{
-    QString digits;
-    for (const QChar c : text) {
-        if (c >= u'0' && c <= u'9')
-            digits += c;
-    }
-    return digits;
-}
+// Long enough to gather an editor's save (write a temporary file, rename it over the old
+// one) or a sync tool's batch into one reload, short enough to feel immediate.
+constexpr int kCoalesceMilliseconds = 150;
 
 } // namespace
+
+// What a background reload may touch: never the store itself, which may be gone by the time
+// the reload ends.
+struct ContactStore::Mailbox
+{
+    QMutex mutex;
+    ContactStore *owner { nullptr }; // null once the store is being destroyed
+    std::atomic<bool> cancelled { false };
+
+    // Called by the store as it goes: the reload stops, and its result is dropped.
+    void close()
+    {
+        const QMutexLocker lock(&mutex);
+        owner = nullptr;
+        cancelled.store(true);
+    }
+
+    void deliver(std::shared_ptr<const ContactIndex> index)
+    {
+        const QMutexLocker lock(&mutex);
+        if (!owner)
+            return;
+        // Queued to the store's thread; dropped unread if the store goes before it runs.
+        QMetaObject::invokeMethod(
+            owner, [store = owner, index = std::move(index)] { store->adopt(index); },
+            Qt::QueuedConnection);
+    }
+};
 
 std::unique_ptr<ContactStore> ContactStore::storeWithOptions(int)
 {
@@ -76,109 +67,62 @@ QString ContactStore::defaultRegion()
     return QLocale::territoryToCode(territory);
 }
 
-ContactStore::ContactStore(const QStringList &sources, const QString &region) : m_region(region)
+ContactStore::ContactStore(const QStringList &sources, const QString &region)
+    : m_sources(sources), m_region(region), m_mailbox(std::make_shared<Mailbox>())
 {
-    for (const QString &source : sources) {
-        const QFileInfo info(source);
-        if (info.isDir()) {
-            QDirIterator files(source, { QStringLiteral("*.vcf") }, QDir::Files | QDir::Readable,
-                               QDirIterator::Subdirectories | QDirIterator::FollowSymlinks);
-            while (files.hasNext())
-                loadFile(files.next());
-        } else if (info.exists()) {
-            loadFile(source);
-        }
+    m_mailbox->owner = this;
+    // Watching starts before the first reading, so that no change falls between the two.
+    if (QAbstractEventDispatcher::instance()) {
+        m_watcher = std::make_unique<ContactSourceWatcher>(sources);
+        m_coalesce.setSingleShot(true);
+        m_coalesce.setInterval(kCoalesceMilliseconds);
+        connect(&m_coalesce, &QTimer::timeout, this, &ContactStore::startReload);
+        connect(m_watcher.get(), &ContactSourceWatcher::sourcesChanged, this, [this] {
+            // Not restarted by later changes: a steady stream of them still reloads.
+            if (!m_coalesce.isActive())
+                m_coalesce.start();
+        });
     }
+    m_index = std::make_shared<const ContactIndex>(sources, region);
 }
 
-void ContactStore::loadFile(const QString &path)
+ContactStore::~ContactStore()
 {
-    QFile file(path);
-    if (file.size() > kMaxVCardFileSize) {
-        mylog(QStringLiteral("ContactStore: skipped %1: larger than %2 bytes")
-                  .arg(path)
-                  .arg(kMaxVCardFileSize));
-        return;
-    }
-    if (!file.open(QIODevice::ReadOnly)) {
-        mylog(QStringLiteral("ContactStore: skipped %1: %2").arg(path, file.errorString()));
-        return;
-    }
-    const VCardReader::Result result = VCardReader::read(file.readAll());
-    if (!result.error.isEmpty()) {
-        mylog(QStringLiteral("ContactStore: skipped %1: %2").arg(path, result.error));
-        return;
-    }
-    for (const Contact &contact : result.contacts)
-        add(contact);
-}
-
-void ContactStore::add(const Contact &contact)
-{
-    const Contact *stored = &m_contacts.emplace_back(contact);
-    for (const QString &number : stored->phoneNumbers()) {
-        if (const auto key = phoneKey(number))
-            m_byNationalNumber[key->nationalNumber].append({ key->countryCode, stored });
-    }
-    for (const QString &handle : stored->handles())
-        m_byHandle.insert(handle.toLower(), stored);
-}
-
-std::optional<ContactStore::PhoneKey> ContactStore::phoneKey(const QString &text) const
-{
-    const QString trimmed = text.trimmed();
-    // The recording side writes international numbers as "+" and digits; splitting off the
-    // calling code by hand spares libphonenumber's full parse for the common case.
-    if (isInternationalDigits(trimmed)) {
-        for (int length = 1; length <= 3 && length < trimmed.size() - 1; ++length) {
-            const int code = trimmed.mid(1, length).toInt();
-            if (callingCodes().count(code))
-                return PhoneKey { code, trimmed.mid(1 + length) };
-        }
-    }
-    PhoneNumber number;
-    const auto *util = PhoneNumberUtil::GetInstance();
-    if (util->Parse(trimmed.toStdString(), m_region.toStdString(), &number) ==
-        PhoneNumberUtil::NO_PARSING_ERROR) {
-        std::string national;
-        util->GetNationalSignificantNumber(number, &national);
-        if (!national.empty())
-            return PhoneKey { int(number.country_code()), QString::fromStdString(national) };
-    }
-    // Written nationally with no region to read it in: match on the digits alone, without
-    // the trunk prefix.
-    if (trimmed.startsWith(u'+'))
-        return std::nullopt;
-    QString digits = digitsOnly(trimmed);
-    while (digits.startsWith(u'0'))
-        digits.remove(0, 1);
-    if (digits.size() < 3)
-        return std::nullopt;
-    return PhoneKey { 0, digits };
+    m_mailbox->close();
 }
 
 const Contact *ContactStore::contactForDestinationId(const QString &address) const
 {
-    if (address.isEmpty())
-        return nullptr;
-    if (const auto handle = m_byHandle.constFind(address.toLower()); handle != m_byHandle.cend())
-        return *handle;
-    if (address.contains(u'@'))
-        return nullptr;
-    const auto key = phoneKey(address);
-    if (!key)
-        return nullptr;
-    const auto owners = m_byNationalNumber.constFind(key->nationalNumber);
-    if (owners == m_byNationalNumber.cend())
-        return nullptr;
-    // The same national number in another country is another line; a number whose country
-    // is unknown on either side matches on the national number alone.
-    const PhoneOwner *unknownCountry = nullptr;
-    for (const PhoneOwner &owner : *owners) {
-        if (owner.countryCode == key->countryCode)
-            return owner.contact;
-        if (!unknownCountry && (owner.countryCode == 0 || key->countryCode == 0))
-            unknownCountry = &owner;
+    return m_index->contactForDestinationId(address);
+}
+
+qsizetype ContactStore::count() const
+{
+    return m_index->count();
+}
+
+void ContactStore::startReload()
+{
+    if (m_reloading) {
+        m_reloadAgain = true;
+        return;
     }
-    return unknownCountry ? unknownCountry->contact : nullptr;
+    m_reloading = true;
+    QThreadPool::globalInstance()->start(
+        [mailbox = m_mailbox, sources = m_sources, region = m_region] {
+            auto index = std::make_shared<const ContactIndex>(sources, region, &mailbox->cancelled);
+            mailbox->deliver(std::move(index));
+        });
+}
+
+void ContactStore::adopt(std::shared_ptr<const ContactIndex> index)
+{
+    m_previousIndex = std::exchange(m_index, std::move(index));
+    m_reloading = false;
+    if (m_reloadAgain) {
+        m_reloadAgain = false;
+        startReload();
+    }
+    // Last: a receiver may destroy the store.
+    emit contactsReloaded();
 }

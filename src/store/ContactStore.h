@@ -2,21 +2,22 @@
 
 #include "Contact.h"
 
-#include <QHash>
+#include <QObject>
 #include <QString>
 #include <QStringList>
-#include <deque>
+#include <QTimer>
 #include <memory>
-#include <optional>
 
-// The address book: every contact of the vCard files it was given, indexed so that finding
-// the contact for a caller costs one hash look-up whatever the number of contacts.
-//
-// Phone numbers match when they are the same number in another form: national or
-// international, with or without punctuation ("(555) 123-4567" is "+15551234567" in the US).
-// E-mail and messaging handles match without regard to letter case.
-class ContactStore
+class ContactIndex;
+class ContactSourceWatcher;
+
+// The address book: every contact of the vCard files it was given (see ContactIndex for how
+// callers are matched), following those files while the program runs. When a file or folder
+// among the sources changes, the contacts are read again in the background and the new
+// index replaces the old one on this object's thread, between two turns of its event loop.
+class ContactStore : public QObject
 {
+    Q_OBJECT
 public:
     // The file or folder named by VANTREL_CONTACTS, else every ".vcf" under
     // $XDG_DATA_HOME/contacts and $XDG_DATA_HOME/kpeoplevcard. Options are reserved (0).
@@ -27,33 +28,37 @@ public:
     // user's locale ("US" for en_US), or "ZZ" when the locale names none.
     static QString defaultRegion();
 
-    // Loads every ".vcf" file among the sources (folders are searched recursively). A file
-    // that cannot be read as vCards is skipped with a line in the diagnostic log.
+    // Loads every ".vcf" file among the sources (folders are searched recursively) before it
+    // returns, then follows them; sources that do not exist yet are followed too. A file that
+    // holds no vCard is skipped with a line in the diagnostic log. Without an event loop on
+    // this thread the contacts stay as first read.
     explicit ContactStore(const QStringList &sources, const QString &region = defaultRegion());
+    ~ContactStore() override;
 
-    // The contact that owns this phone number or handle, or null.
+    // The contact that owns this phone number or handle, or null. The contact stays valid
+    // until the second replacement of the index, so at least until control returns to the
+    // event loop.
     const Contact *contactForDestinationId(const QString &address) const;
 
-    qsizetype count() const { return qsizetype(m_contacts.size()); }
+    qsizetype count() const;
+
+signals:
+    // An index read again after the files changed has replaced the previous one.
+    void contactsReloaded();
 
 private:
-    struct PhoneKey
-    {
-        int countryCode { 0 }; // 0: written nationally and the region was unknown
-        QString nationalNumber;
-    };
-    struct PhoneOwner
-    {
-        int countryCode { 0 };
-        const Contact *contact { nullptr };
-    };
+    struct Mailbox;
 
-    void loadFile(const QString &path);
-    void add(const Contact &contact);
-    std::optional<PhoneKey> phoneKey(const QString &text) const;
+    void startReload();
+    void adopt(std::shared_ptr<const ContactIndex> index);
 
+    QStringList m_sources;
     QString m_region;
-    std::deque<Contact> m_contacts; // a deque keeps the indexed addresses stable
-    QHash<QString, QList<PhoneOwner>> m_byNationalNumber;
-    QHash<QString, const Contact *> m_byHandle;
+    std::shared_ptr<const ContactIndex> m_index;
+    std::shared_ptr<const ContactIndex> m_previousIndex; // keeps handed-out contacts alive
+    std::unique_ptr<ContactSourceWatcher> m_watcher;
+    std::shared_ptr<Mailbox> m_mailbox; // shared with the reload running in the background
+    QTimer m_coalesce;                  // gathers a burst of changes into one reload
+    bool m_reloading { false };
+    bool m_reloadAgain { false }; // files changed while a reload was reading them
 };

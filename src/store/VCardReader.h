@@ -6,16 +6,24 @@
 #include <QList>
 #include <QString>
 
-// Reads the contacts of a vCard 3.0 or 4.0 file. A file that is binary, not UTF-8 or not
-// made of well-formed BEGIN:VCARD ... END:VCARD blocks is refused whole, with the reason.
+// Reads the contacts of a vCard file as phones, mail programs and servers export them:
+// versions 2.1 (quoted-printable, charsets), 3.0 and 4.0, several cards per file.
+//
+// Damage costs as little as it can: a property that cannot be read is dropped alone, a card
+// cut short by the end of the file keeps what it had. Only a file with no card in it at all
+// is refused, with the reason.
 class VCardReader
 {
 public:
     struct Result
     {
         QList<Contact> contacts;
-        QString error; // empty when the file was read
+        QString error; // empty when the file holds vCards
     };
 
     static Result read(const QByteArray &data);
+
+private:
+    struct CardBuilder;
+    static Contact contactOf(const CardBuilder &card);
 };

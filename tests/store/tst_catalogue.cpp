@@ -62,10 +62,6 @@ private slots:
     void compare_data();
     void compare();
     void sortKeepsEveryEntry();
-    void contactMatching_data();
-    void contactMatching();
-    void unreadableContactFiles_data();
-    void unreadableContactFiles();
 };
 
 void TestCatalogue::fileNames_data()
@@ -336,112 +332,6 @@ void TestCatalogue::sortKeepsEveryEntry()
     QCOMPARE(names, all);
     QCOMPARE(dates.size(), 90 - 23);
     QVERIFY(std::is_sorted(dates.begin(), dates.end(), std::greater<QDateTime>()));
-}
-
-void TestCatalogue::contactMatching_data()
-{
-    QTest::addColumn<QByteArray>("vcard");
-    QTest::addColumn<QString>("address");
-    QTest::addColumn<QString>("name"); // empty: no contact
-
-    const QString us = "+15551234567";
-    const auto jane = [](const char *tel) {
-        return card("VERSION:3.0\nFN:Jane Doe\n" + QByteArray(tel) + "\n");
-    };
-
-    QTest::newRow("national with punctuation") << jane("TEL:(555) 123-4567") << us << "Jane Doe";
-    QTest::newRow("national with dots") << jane("TEL:555.123.4567") << us << "Jane Doe";
-    QTest::newRow("international with punctuation")
-        << jane("TEL;TYPE=HOME:+1 555-123-4567") << us << "Jane Doe";
-    QTest::newRow("United Kingdom") << jane("TEL:+44 20 7946 0958") << "+442079460958"
-                                    << "Jane Doe";
-    QTest::newRow("another number") << jane("TEL:(555) 123-4568") << us << QString();
-    QTest::newRow("same digits, another country")
-        << jane("TEL:+44 555 123 4567") << us << QString();
-    QTest::newRow("e-mail in another case")
-        << jane("EMAIL;TYPE=INTERNET:Jane.Doe@Example.com") << "jane.doe@example.COM"
-        << "Jane Doe";
-    QTest::newRow("another e-mail")
-        << jane("EMAIL:jane.doe@example.com") << "john.doe@example.com" << QString();
-    QTest::newRow("vCard 4 tel URI")
-        << card("VERSION:4.0\nFN:Jane Doe\nTEL;VALUE=uri:tel:+1-555-765-4321\n") << "+15557654321"
-        << "Jane Doe";
-    QTest::newRow("full name over nickname and organisation")
-        << card("VERSION:3.0\nNICKNAME:JD\nORG:Acme\nFN:Jane Doe\nTEL:555-123-4567\n") << us
-        << "Jane Doe";
-    QTest::newRow("structured name over nickname")
-        << card("VERSION:3.0\nN:Doe;Jane;;;\nNICKNAME:JD\nTEL:555-123-4567\n") << us << "Jane Doe";
-    QTest::newRow("nickname without a name")
-        << card("VERSION:3.0\nNICKNAME:JD,Janie\nTEL:555-123-4567\n") << us << "JD";
-    QTest::newRow("organisation without a name")
-        << card("VERSION:3.0\nORG:Acme Plumbing;Billing\nTEL:555-123-4567\n") << us
-        << "Acme Plumbing";
-    QTest::newRow("folded lines") << card("VERSION:3.0\nFN:Jane\n  Doe\nTEL:+1 555\n\t123 4567\n")
-                                  << us << "Jane Doe";
-}
-
-void TestCatalogue::contactMatching()
-{
-    QFETCH(QByteArray, vcard);
-    QFETCH(QString, address);
-    QFETCH(QString, name);
-
-    QTemporaryDir root;
-    QVERIFY(root.isValid());
-    QVERIFY(QDir(root.path()).mkpath("contacts/work"));
-    QVERIFY(QDir(root.path()).mkdir("Messages"));
-    QVERIFY(TestSupport::writeFile(root.filePath("contacts/work/card.vcf"), vcard));
-    const QString recording = TestSupport::recordingName("TEL", address, "15-Nov-2026-22-10-07");
-    QVERIFY(TestSupport::writeFile(root.filePath("Messages/" + recording)));
-
-    const ContactStore contacts({ root.filePath("contacts") }, "US");
-    QCOMPARE(contacts.count(), 1);
-    QCOMPARE(contacts.contactForDestinationId(address) != nullptr, !name.isEmpty());
-
-    const QList<Entry> entries = RecordingCatalogue(&contacts).entries(root.filePath("Messages"));
-    QCOMPARE(entries.size(), 1);
-    QCOMPARE(entries.first().address, address);
-    QCOMPARE(entries.first().name, name.isEmpty() ? address : name);
-}
-
-void TestCatalogue::unreadableContactFiles_data()
-{
-    QTest::addColumn<QByteArray>("contents");
-    QTest::addColumn<qint64>("size"); // grown to this size (sparse) when not 0
-
-    // Each holds a card for +15557654321, which must not be found: a bad file counts not at all.
-    const QByteArray other = card("VERSION:3.0\nFN:Other\nTEL:+15557654321\n");
-    QTest::newRow("line that is not a property") << other + "not a property\r\n" << qint64(0);
-    QTest::newRow("card without an end")
-        << QByteArray("BEGIN:VCARD\r\nFN:Other\r\nTEL:+15557654321\r\n") << qint64(0);
-    QTest::newRow("binary") << other + QByteArray("\0\x01\x02", 3) << qint64(0);
-    QTest::newRow("not UTF-8") << card("VERSION:3.0\nFN:Oth\xe9r\nTEL:+15557654321\n") << qint64(0);
-    QTest::newRow("larger than 16 MiB") << other << qint64(16 * 1024 * 1024 + 1);
-}
-
-void TestCatalogue::unreadableContactFiles()
-{
-    QFETCH(QByteArray, contents);
-    QFETCH(qint64, size);
-
-    QTemporaryDir contacts;
-    QVERIFY(contacts.isValid());
-    QVERIFY(TestSupport::writeFile(contacts.filePath("good.vcf"), kJaneCard));
-    const QString bad = contacts.filePath("bad.vcf");
-    QVERIFY(TestSupport::writeFile(bad, contents));
-    if (size > 0)
-        QVERIFY(QFile::resize(bad, size));
-
-    const qint64 logStart = TestSupport::logSize();
-    const ContactStore store({ contacts.path() }, "US");
-    QCOMPARE(store.count(), 1);
-    QVERIFY(store.contactForDestinationId("+15551234567"));
-    QVERIFY(!store.contactForDestinationId("+15557654321"));
-
-    const QStringList lines = TestSupport::logLinesSince(logStart);
-    QVERIFY2(std::any_of(lines.cbegin(), lines.cend(),
-                         [&](const QString &line) { return line.contains(bad); }),
-             qPrintable("no log line names " + bad + " in: " + lines.join(" | ")));
 }
 
 QTEST_GUILESS_MAIN(TestCatalogue)
