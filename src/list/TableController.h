@@ -44,7 +44,6 @@ public:
     const QList<Entry> &entryList() const { return entries; }
     std::optional<IndexPath> currentSelectedRowIndex() const { return selectedRowIndex; }
     BarButtonItem *editButton() const;
-    BarButtonItem *settingsBarButton() const { return settingsButton; }
     BarButtonItem *shareButton() const { return _shareButton; }
     BarButtonItem *trashButton() const { return _trashButton; }
 

@@ -50,6 +50,8 @@ public:
 
     // Whether the player view holds the player's controls.
     bool hasPlayer() const;
+    // The cell that holds the player's controls stays until its row comes back for it.
+    bool canBeEvicted() const override { return !hasPlayer(); }
 
     void layoutSubviews() override;
 

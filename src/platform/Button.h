@@ -23,7 +23,6 @@ public:
 
     // An image by name (see Images) for the state; a state without one shows Normal's.
     void setBackgroundImage(const QString &imageName, State state);
-    QString backgroundImage(State state) const { return m_images.value(state); }
 
     // The button's state has changed from outside; lays it out again (kept for callers that
     // ask a button to refresh after changing its selection).

@@ -9,7 +9,6 @@ struct IndexPath
     int section { 0 };
     int row { 0 };
 
-    static IndexPath indexPathForRow(int row, int section = 0) { return { section, row }; }
     friend bool operator==(const IndexPath &, const IndexPath &) = default;
     friend auto operator<=>(const IndexPath &, const IndexPath &) = default;
 };

@@ -15,7 +15,6 @@ class NavigationController : public QWidget
 public:
     explicit NavigationController(ViewController *rootViewController, QWidget *parent = nullptr);
 
-    ViewController *topViewController() const { return m_root; }
     NavigationBar *navigationBar() const { return m_navigationBar; }
     Toolbar *toolbar() const { return m_toolbar; }
 
