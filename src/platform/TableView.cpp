@@ -3,12 +3,13 @@
 #include "Accessibility.h"
 #include "TableViewCell.h"
 
+#include <QCoreApplication>
 #include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPushButton>
 #include <QScrollBar>
-#include <QTimer>
+#include <QScrollerProperties>
 #include <QVariantAnimation>
 #include <algorithm>
 #include <cmath>
@@ -16,27 +17,20 @@
 namespace {
 // The phone animates row heights over about a third of a second.
 constexpr int kHeightAnimationMs = 300;
-// A press that moves further than this is a drag, not a tap.
+// A press that moves further than this, in any direction, is not a tap.
 constexpr int kTapSlop = 10;
-// Flicks: speed lost per second (as a fraction), and the speed below which scrolling stops.
-constexpr double kFlickFriction = 0.95;
-constexpr double kFlickMinimumSpeed = 20.0;
-constexpr int kFlickIntervalMs = 16;
-// Only the last moments of a drag decide the speed of the flick that follows it.
-constexpr qint64 kFlickSampleWindowMs = 100;
-constexpr qint64 kFlickRestMs = 50;
+// Far outside any widget: where a press that became a scroll is let go, so that nothing
+// under it takes it for a click.
+constexpr QPointF kFarAway { -QWIDGETSIZE_MAX, -QWIDGETSIZE_MAX };
 constexpr int kDeleteButtonWidth = 82;
 } // namespace
 
 TableView::TableView(QWidget *parent)
     : QAbstractScrollArea(parent), m_heightAnimation(new QVariantAnimation(this)),
-      m_flickTimer(new QTimer(this)),
+      m_scroller(QScroller::scroller(viewport())),
       m_deleteButton(new QPushButton(QStringLiteral("Delete"), viewport()))
 {
     Accessibility::install();
-    m_flickTimer->setInterval(kFlickIntervalMs);
-    m_flickTimer->setTimerType(Qt::PreciseTimer);
-    connect(m_flickTimer, &QTimer::timeout, this, &TableView::flickStep);
     m_deleteButton->hide();
     m_deleteButton->setFocusPolicy(Qt::NoFocus);
     m_deleteButton->setAccessibleName(QStringLiteral("Delete"));
@@ -55,8 +49,24 @@ TableView::TableView(QWidget *parent)
     setFocusPolicy(Qt::StrongFocus);
     verticalScrollBar()->setSingleStep(20);
     viewport()->setAutoFillBackground(false);
-    // Touches reach the drag and flick below as the mouse events Qt makes of them, so a
-    // finger and a mouse scroll the list the same way.
+
+    // One gesture drives the scroller: a widget holds one scroller gesture at a time, and Qt
+    // turns a touch nobody takes into mouse events, which a touch gesture beside this one
+    // would see too and scroll the list twice. So a finger and the mouse scroll alike.
+    QScroller::grabGesture(viewport(), QScroller::LeftMouseButtonGesture);
+    QScrollerProperties properties = m_scroller->scrollerProperties();
+    // Presses go at once to what is under them (a cell's buttons, a swipe, a tap): the
+    // scroller's delayed presses reach Qt 6.4 widgets at the wrong place. Once the press
+    // becomes a scroll it is let go far away (scrollerStateChanged).
+    properties.setScrollMetric(QScrollerProperties::MousePressEventDelay, 0.0);
+    // Any press on a moving list stops it, however slowly it moves, and is not a tap.
+    properties.setScrollMetric(QScrollerProperties::MaximumClickThroughVelocity, 0.0);
+    properties.setScrollMetric(QScrollerProperties::HorizontalOvershootPolicy,
+                               QVariant::fromValue(QScrollerProperties::OvershootAlwaysOff));
+    properties.setScrollMetric(QScrollerProperties::VerticalOvershootPolicy,
+                               QVariant::fromValue(QScrollerProperties::OvershootWhenScrollable));
+    m_scroller->setScrollerProperties(properties);
+    connect(m_scroller, &QScroller::stateChanged, this, &TableView::scrollerStateChanged);
 
     m_heightAnimation->setDuration(kHeightAnimationMs);
     // Starts quickly, so that a tapped row moves in the very next frame, and settles softly.
@@ -91,11 +101,12 @@ int TableView::numberOfRowsInSection(int section) const
 void TableView::reloadData()
 {
     m_heightAnimation->stop();
-    const auto visible = m_visibleCells;
-    for (TableViewCell *cell : visible)
-        enqueue(cell);
-    m_visibleCells.clear();
+    m_scroller->stop();
     m_selectedRows.clear();
+    for (auto it = m_visibleCells.cbegin(); it != m_visibleCells.cend(); ++it)
+        enqueue(it.value(), -1); // the rows may be others now
+    m_visibleCells.clear();
+    evictQueuedCells();
     hideDelete();
 
     m_rowCount = m_dataSource ? qMax(0, m_dataSource->numberOfRowsInSection(0)) : 0;
@@ -157,6 +168,9 @@ void TableView::updateScrollRange()
     QScrollBar *bar = verticalScrollBar();
     bar->setPageStep(viewport()->height());
     bar->setRange(0, qMax(0, contentHeight - viewport()->height()));
+    // A moving list learns of rows growing or going under it.
+    if (m_scroller->state() != QScroller::Inactive)
+        m_scroller->resendPrepareEvent();
 }
 
 int TableView::rowAtContentY(int y) const
@@ -177,20 +191,26 @@ void TableView::layoutCells()
         last = qBound(0, rowAtContentY(qMax(top, bottom - 1)), m_rowCount - 1);
     }
 
+    bool enqueued = false;
     for (auto it = m_visibleCells.begin(); it != m_visibleCells.end();) {
         if (it.key() < first || it.key() > last) {
-            enqueue(it.value());
+            enqueue(it.value(), it.key());
             it = m_visibleCells.erase(it);
+            enqueued = true;
         } else {
             ++it;
         }
     }
+    if (enqueued)
+        evictQueuedCells();
 
     const int width = viewport()->width();
     for (int row = first; row <= last; ++row) {
         TableViewCell *cell = m_visibleCells.value(row);
         if (!cell && m_dataSource) {
+            m_loadingRow = row;
             cell = m_dataSource->cellForRowAtIndexPath({ 0, row });
+            m_loadingRow = -1;
             if (!cell)
                 continue;
             if (cell->parentWidget() != viewport())
@@ -218,7 +238,7 @@ void TableView::layoutCells()
     emit didLayoutCells();
 }
 
-void TableView::enqueue(TableViewCell *cell)
+void TableView::enqueue(TableViewCell *cell, int row)
 {
     cell->hide();
     cell->setSelected(false);
@@ -226,27 +246,59 @@ void TableView::enqueue(TableViewCell *cell)
     cell->setSwipeOffset(0);
     m_reuseQueues[cell->reuseIdentifier()].append(cell);
     m_queueOrder.append(cell);
+    m_queuedRows.insert(cell, row);
+}
+
+bool TableView::mustKeep(const TableViewCell *cell) const
+{
+    // A selected row's cell holds what the open row shows (its player, its transcript).
+    const int row = m_queuedRows.value(cell, -1);
+    return !cell->canBeEvicted() || (row >= 0 && m_selectedRows.contains(row));
+}
+
+void TableView::evictQueuedCells()
+{
     // Identifiers may be many (one per row, say): past the limit the oldest cells go, so a
     // long scroll does not keep a cell for every row it passed.
-    while (m_queueOrder.size() > kMaxQueuedCells) {
-        TableViewCell *oldest = m_queueOrder.takeFirst();
-        auto queue = m_reuseQueues.find(oldest->reuseIdentifier());
-        queue->removeOne(oldest);
+    for (int i = 0; m_queueOrder.size() > kMaxQueuedCells && i < m_queueOrder.size();) {
+        TableViewCell *cell = m_queueOrder.at(i);
+        if (mustKeep(cell)) {
+            ++i;
+            continue;
+        }
+        m_queueOrder.removeAt(i);
+        m_queuedRows.remove(cell);
+        auto queue = m_reuseQueues.find(cell->reuseIdentifier());
+        queue->removeOne(cell);
         if (queue->isEmpty())
             m_reuseQueues.erase(queue);
-        oldest->deleteLater();
+        cell->deleteLater();
     }
 }
 
 TableViewCell *TableView::dequeueReusableCellWithIdentifier(const QString &identifier)
 {
     auto queue = m_reuseQueues.find(identifier);
-    if (queue == m_reuseQueues.end() || queue->isEmpty())
+    if (queue == m_reuseQueues.end())
         return nullptr;
-    TableViewCell *cell = queue->takeLast();
+    // The row's own cell first; else the newest one no other row holds on to.
+    TableViewCell *cell = nullptr;
+    for (auto it = queue->crbegin(); it != queue->crend(); ++it) {
+        const int row = m_queuedRows.value(*it, -1);
+        if (m_loadingRow >= 0 && row == m_loadingRow) {
+            cell = *it;
+            break;
+        }
+        if (!cell && !mustKeep(*it))
+            cell = *it;
+    }
+    if (!cell)
+        return nullptr;
+    queue->removeOne(cell);
     if (queue->isEmpty())
         m_reuseQueues.erase(queue);
     m_queueOrder.removeOne(cell);
+    m_queuedRows.remove(cell);
     cell->prepareForReuse();
     return cell;
 }
@@ -387,6 +439,12 @@ void TableView::scrollContentsBy(int, int)
 
 bool TableView::viewportEvent(QEvent *event)
 {
+    if (event->type() == QEvent::ScrollPrepare) {
+        // Sent on every press the scroller sees, before the press reaches any widget.
+        const QPoint start = static_cast<QScrollPrepareEvent *>(event)->startPos().toPoint();
+        QWidget *child = viewport()->childAt(start);
+        m_pressedWidget = child ? child : viewport();
+    }
     if (event->type() == QEvent::Paint && m_backgroundColor.alpha() > 0) {
         QPainter painter(viewport());
         painter.fillRect(viewport()->rect(), m_backgroundColor);
@@ -413,6 +471,8 @@ void TableView::scrollToRowAtIndexPath(const IndexPath &indexPath)
     const QRect row = rectForRowAtIndexPath(indexPath);
     if (row.isNull())
         return;
+    if (isDecelerating())
+        m_scroller->stop();
     QScrollBar *bar = verticalScrollBar();
     if (row.top() < bar->value())
         bar->setValue(row.top());
@@ -455,16 +515,30 @@ void TableView::hideDelete()
     m_deleteButton->hide();
 }
 
-void TableView::flickStep()
+void TableView::scrollerStateChanged(QScroller::State state)
 {
-    const double dt = kFlickIntervalMs / 1000.0;
-    m_flickVelocity *= std::pow(1.0 - kFlickFriction, dt);
-    m_flickPosition += m_flickVelocity * dt;
-    QScrollBar *bar = verticalScrollBar();
-    bar->setValue(int(std::lround(m_flickPosition)));
-    if (std::abs(m_flickVelocity) < kFlickMinimumSpeed || bar->value() == bar->minimum() ||
-        bar->value() == bar->maximum())
-        m_flickTimer->stop();
+    // Once the scroller moves the list the press is no tap, and no row stays slid open.
+    if (state != QScroller::Dragging) {
+        if (state != QScroller::Pressed)
+            m_pressedWidget.clear();
+        return;
+    }
+    if (m_drag == Drag::Swipe)
+        setSwipeOffset(m_swipeRow, m_deleteRow == m_swipeRow ? -kDeleteButtonWidth : 0);
+    if (m_drag != Drag::None)
+        m_drag = Drag::Scroll;
+    hideDelete();
+    // The scroller now takes the moves and the release: a widget in a cell that took the press
+    // (a button, say) is let go now, far away, so that it neither stays down nor clicks. It is
+    // handed the release directly: through the application the scroller would see it too and
+    // end the drag.
+    QWidget *pressed = m_pressedWidget.data();
+    m_pressedWidget.clear();
+    if (pressed && pressed != viewport()) {
+        QMouseEvent release(QEvent::MouseButtonRelease, pressed->mapFromGlobal(kFarAway), kFarAway,
+                            kFarAway, Qt::LeftButton, Qt::NoButton, Qt::NoModifier);
+        static_cast<QObject *>(pressed)->event(&release);
+    }
 }
 
 void TableView::mousePressEvent(QMouseEvent *event)
@@ -476,70 +550,56 @@ void TableView::mousePressEvent(QMouseEvent *event)
         if (TableViewCell *cell = m_visibleCells.value(m_focusedRow))
             cell->setKeyboardFocused(false);
     }
-    // A touch on a moving list stops it and is not a tap.
-    const bool wasFlicking = m_flickTimer->isActive();
-    m_flickTimer->stop();
-    m_drag = wasFlicking ? Drag::Scroll : Drag::Pending;
+    // A press that reaches the list while it moves (the scroller lets one through when its
+    // speed has just reached zero) stops it and is not a tap either.
+    const bool moving = isDragging() || isDecelerating();
+    if (moving)
+        m_scroller->stop();
+    m_drag = moving ? Drag::Scroll : Drag::Pending;
     m_pressPosition = event->position().toPoint();
-    m_pressScrollValue = verticalScrollBar()->value();
-    m_dragClock.start();
-    m_dragSamples = { { 0, m_pressPosition.y() } };
     event->accept();
+}
+
+void TableView::dragTo(const QPoint &position)
+{
+    const QPoint delta = position - m_pressPosition;
+    if (m_drag == Drag::Pending &&
+        (std::abs(delta.x()) > kTapSlop || std::abs(delta.y()) > kTapSlop)) {
+        const auto row = indexPathForRowAtPoint(m_pressPosition);
+        if (std::abs(delta.x()) > std::abs(delta.y()) && delta.x() < 0 && row &&
+            canShowDelete(row->row)) {
+            if (m_deleteRow != row->row)
+                hideDelete();
+            m_drag = Drag::Swipe;
+            m_swipeRow = row->row;
+        } else {
+            // Vertical moves are the scroller's; any other is simply no tap.
+            m_drag = Drag::Moved;
+        }
+    }
+    if (m_drag == Drag::Swipe) {
+        const int start = m_deleteRow == m_swipeRow ? -kDeleteButtonWidth : 0;
+        setSwipeOffset(m_swipeRow, qBound(-kDeleteButtonWidth, start + delta.x(), 0));
+    }
 }
 
 void TableView::mouseMoveEvent(QMouseEvent *event)
 {
-    if (m_drag == Drag::None)
-        return;
-    const QPoint position = event->position().toPoint();
-    const QPoint delta = position - m_pressPosition;
-    if (m_drag == Drag::Pending) {
-        if (std::abs(delta.y()) > kTapSlop && std::abs(delta.y()) >= std::abs(delta.x())) {
-            m_drag = Drag::Scroll;
-            hideDelete();
-        } else if (delta.x() < -kTapSlop) {
-            const auto row = indexPathForRowAtPoint(m_pressPosition);
-            if (row && canShowDelete(row->row)) {
-                if (m_deleteRow != row->row)
-                    hideDelete();
-                m_drag = Drag::Swipe;
-                m_swipeRow = row->row;
-            }
-        }
-    }
-    if (m_drag == Drag::Scroll) {
-        verticalScrollBar()->setValue(m_pressScrollValue - delta.y());
-        m_dragSamples.append({ m_dragClock.elapsed(), position.y() });
-        while (m_dragSamples.size() > 2 &&
-               m_dragSamples.last().first - m_dragSamples.first().first > kFlickSampleWindowMs)
-            m_dragSamples.removeFirst();
-    } else if (m_drag == Drag::Swipe) {
-        const int start = m_deleteRow == m_swipeRow ? -kDeleteButtonWidth : 0;
-        setSwipeOffset(m_swipeRow, qBound(-kDeleteButtonWidth, start + delta.x(), 0));
-    }
+    if (m_drag != Drag::None)
+        dragTo(event->position().toPoint());
 }
 
 void TableView::mouseReleaseEvent(QMouseEvent *event)
 {
     if (event->button() != Qt::LeftButton || m_drag == Drag::None)
         return;
+    // The scroller may have held back the moves in between: the release alone still tells
+    // how far the press went.
+    if (m_drag == Drag::Pending || m_drag == Drag::Swipe)
+        dragTo(event->position().toPoint());
     const Drag drag = m_drag;
     m_drag = Drag::None;
-    const QPoint position = event->position().toPoint();
 
-    if (drag == Drag::Scroll) {
-        // A finger that rested before it was lifted throws nothing.
-        const auto &first = m_dragSamples.first();
-        const auto &last = m_dragSamples.last();
-        const qint64 span = last.first - first.first;
-        if (span > 0 && m_dragClock.elapsed() - last.first <= kFlickRestMs) {
-            m_flickVelocity = -(last.second - first.second) * 1000.0 / double(span);
-            m_flickPosition = verticalScrollBar()->value();
-            if (std::abs(m_flickVelocity) > kFlickMinimumSpeed * 5)
-                m_flickTimer->start();
-        }
-        return;
-    }
     if (drag == Drag::Swipe) {
         const TableViewCell *cell = m_visibleCells.value(m_swipeRow);
         if (cell && cell->swipeOffset() <= -kDeleteButtonWidth / 2)
@@ -550,12 +610,14 @@ void TableView::mouseReleaseEvent(QMouseEvent *event)
             setSwipeOffset(m_swipeRow, 0);
         return;
     }
+    if (drag != Drag::Pending)
+        return;
     // A tap while Delete shows only puts the row back.
     if (m_deleteRow >= 0) {
         hideDelete();
         return;
     }
-    if (const auto indexPath = indexPathForRowAtPoint(position)) {
+    if (const auto indexPath = indexPathForRowAtPoint(event->position().toPoint())) {
         setFocusedRow(indexPath->row);
         userTappedRow(indexPath->row);
     }
@@ -597,12 +659,17 @@ void TableView::keyPressEvent(QKeyEvent *event)
         showDeleteForRow(m_focusedRow);
         break;
     case Qt::Key_Escape:
-        if (m_deleteRow >= 0)
+        if (m_deleteRow >= 0) {
             hideDelete();
-        else if (!m_editing && !m_selectedRows.isEmpty())
-            userTappedRow(m_selectedRows.first()); // a second tap closes the open row
-        else
+        } else if (!m_editing && !m_selectedRows.isEmpty()) {
+            // A second tap closes the open row; the row is left deselected, so that the next
+            // Escape finds nothing to close and never opens it again.
+            const int row = m_selectedRows.first();
+            userTappedRow(row);
+            deselectRowAtIndexPath({ 0, row }, false);
+        } else {
             event->ignore();
+        }
         break;
     default:
         QAbstractScrollArea::keyPressEvent(event);

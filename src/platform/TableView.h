@@ -3,16 +3,15 @@
 #include "IndexPath.h"
 
 #include <QAbstractScrollArea>
-#include <QElapsedTimer>
 #include <QHash>
 #include <QList>
 #include <QMap>
 #include <QPointer>
+#include <QScroller>
 #include <optional>
 #include <vector>
 
 class QPushButton;
-class QTimer;
 class QVariantAnimation;
 class TableView;
 class TableViewCell;
@@ -54,10 +53,15 @@ public:
 // source takes them again (dequeueReusableCellWithIdentifier). Height changes made between
 // beginUpdates and endUpdates are animated.
 //
-// A tap selects a row; dragging scrolls, and a flick keeps scrolling and slows down; a row
-// that can be edited slides left under a horizontal drag (or the Delete key) to show Delete.
-// Keys: Up and Down move the focused row, Enter or Space taps it, Escape closes a revealed
-// Delete or taps the selected row again (which closes an open row).
+// A tap selects a row; dragging scrolls, and a flick keeps scrolling and slows down (a
+// QScroller on the viewport, fed by the mouse and by the mouse events Qt makes of touches);
+// a row that can be edited slides left under a horizontal drag (or the Delete key) to show
+// Delete. A press that moves further than a tap may is never a tap. Keys: Up and Down move
+// the focused row, Enter or Space taps it, Escape closes a revealed Delete or else taps the
+// selected row once more (which closes an open row) and leaves it deselected.
+//
+// A cell whose row is selected, or that says it cannot be evicted, stays in the reuse queue
+// past its limit and is handed back only to its own row.
 class TableView : public QAbstractScrollArea
 {
     Q_OBJECT
@@ -87,6 +91,11 @@ public:
     // The row's rectangle in content coordinates (the viewport scrolled to the top).
     QRect rectForRowAtIndexPath(const IndexPath &indexPath) const;
 
+    // A finger or the mouse is moving the list.
+    bool isDragging() const { return m_scroller->state() == QScroller::Dragging; }
+    // The list moves on by itself after a flick (or springs back from past an end).
+    bool isDecelerating() const { return m_scroller->state() == QScroller::Scrolling; }
+
     std::optional<IndexPath> indexPathForSelectedRow() const;
     QList<IndexPath> indexPathsForSelectedRows() const;
     void selectRowAtIndexPath(const IndexPath &indexPath, bool animated);
@@ -113,7 +122,8 @@ public:
     void hideDelete();
     QPushButton *deleteButton() const { return m_deleteButton; }
 
-    // Cells kept in the reuse queues at most, all identifiers together; the oldest go first.
+    // Cells kept in the reuse queues at most, all identifiers together; the oldest go first,
+    // except those of selected rows and those that cannot be evicted.
     static constexpr int kMaxQueuedCells = 48;
 
 signals:
@@ -135,12 +145,15 @@ private:
     void recomputeOffsets();
     void updateScrollRange();
     void layoutCells();
-    void enqueue(TableViewCell *cell);
+    void enqueue(TableViewCell *cell, int row);
+    void evictQueuedCells();
+    bool mustKeep(const TableViewCell *cell) const;
     int rowAtContentY(int y) const;
     void userTappedRow(int row);
     bool canShowDelete(int row);
     void setSwipeOffset(int row, int offset);
-    void flickStep();
+    void scrollerStateChanged(QScroller::State state);
+    void dragTo(const QPoint &position);
 
     TableViewDataSource *m_dataSource { nullptr };
     TableViewDelegate *m_delegate { nullptr };
@@ -155,28 +168,28 @@ private:
 
     QMap<int, TableViewCell *> m_visibleCells; // by row
     QHash<QString, QList<TableViewCell *>> m_reuseQueues;
-    QList<int> m_selectedRows;           // in selection order
-    QList<TableViewCell *> m_queueOrder; // every queued cell, oldest first
+    QList<int> m_selectedRows;                      // in selection order
+    QList<TableViewCell *> m_queueOrder;            // every queued cell, oldest first
+    QHash<const TableViewCell *, int> m_queuedRows; // the row each queued cell last showed
+    int m_loadingRow { -1 }; // the row the data source is asked a cell for, or -1
 
     bool m_editing { false };
     bool m_multipleSelectionDuringEditing { false };
+    // What a press on the viewport has become: still maybe a tap, a scroll (moved by the
+    // scroller), a swipe of one row, or a move that is none of these.
     enum class Drag
     {
         None,
         Pending,
         Scroll,
-        Swipe
+        Swipe,
+        Moved
     };
     Drag m_drag { Drag::None };
     QPoint m_pressPosition;
-    int m_pressScrollValue { 0 };
     int m_swipeRow { -1 };
-    // Recent drag positions, for the speed of a flick.
-    QList<QPair<qint64, int>> m_dragSamples;
-    QElapsedTimer m_dragClock;
-    double m_flickVelocity { 0 }; // points per second
-    double m_flickPosition { 0 };
-    QTimer *m_flickTimer;
+    QScroller *m_scroller;             // owned by Qt, destroyed with the viewport
+    QPointer<QWidget> m_pressedWidget; // what the press the scroller saw last went to
     int m_focusedRow { -1 };
     // The focused row is outlined only once the keyboard is in use, not after a tap.
     bool m_keyboardInUse { false };

@@ -56,6 +56,10 @@ public:
     virtual void layoutSubviews();
     // Called by the table before the cell is handed out again from its reuse queue.
     virtual void prepareForReuse() {}
+    // False while the cell holds something its row must find again (a player's controls,
+    // say): the table then keeps it off screen past its queue limit and hands it back only
+    // to that row.
+    virtual bool canBeEvicted() const { return true; }
 
 protected:
     void resizeEvent(QResizeEvent *event) override;
