@@ -12,7 +12,6 @@
 #include <QScrollBar>
 #include <QTest>
 #include <QThread>
-#include <QTimer>
 #include <algorithm>
 #include <benchmark/benchmark.h>
 #include <chrono>
@@ -23,7 +22,7 @@ namespace {
 
 constexpr int kRecordings = 10000;
 // The fling: four strokes of 100 points, 10 ms apart, then the lift; a quick flick of the
-// thumb, which carries the list some 65 rows.
+// thumb.
 constexpr int kStrokes = 4;
 constexpr int kStrokeLength = 100;
 constexpr int kStrokeIntervalMs = 10;
@@ -94,74 +93,66 @@ void sendMouse(QEvent::Type type, QPoint position)
     QCoreApplication::sendEvent(viewport, &event);
 }
 
-// Notes when the flick's timer fires: each tick is the start of a frame.
-class TickWatch : public QObject
+// Notes when the scroller moves the list: each scroll event is the start of a frame.
+class ScrollWatch : public QObject
 {
 public:
-    Clock::time_point lastTick;
+    Clock::time_point lastScroll;
     bool eventFilter(QObject *, QEvent *event) override
     {
-        if (event->type() == QEvent::Timer)
-            lastTick = Clock::now();
+        if (event->type() == QEvent::Scroll)
+            lastScroll = Clock::now();
         return false;
     }
 };
 
-// The list's flick timer: its own 16 ms timer, running once a flick has started.
-QTimer *runningFlickTimer()
+// Runs the event loop until done() holds, finishing a frame each time the list moved.
+template <class Done> void runFrames(Frames &frames, const ScrollWatch &watch, Done done)
 {
-    const auto timers = table()->findChildren<QTimer *>(Qt::FindDirectChildrenOnly);
-    const auto it = std::find_if(timers.begin(), timers.end(), [](const QTimer *timer) {
-        return timer->isActive() && timer->interval() == 16;
-    });
-    return it == timers.end() ? nullptr : *it;
+    QScrollBar *bar = table()->verticalScrollBar();
+    int value = bar->value();
+    while (!done()) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents);
+        if (bar->value() != value) {
+            value = bar->value();
+            finishFrame(frames, watch.lastScroll);
+        } else {
+            QThread::usleep(200);
+        }
+    }
 }
 
-// One fling, from press to the flick coming to rest; false when the list did not flick.
+// One fling, from press to the list coming to rest; false when the list did not flick.
 bool fling(Frames &frames, int *distance)
 {
     QScrollBar *bar = table()->verticalScrollBar();
     const int startValue = bar->value();
     const int x = table()->viewport()->width() / 2;
     int y = table()->viewport()->height() - 40;
+    ScrollWatch watch;
+    table()->viewport()->installEventFilter(&watch);
     sendMouse(QEvent::MouseButtonPress, { x, y });
     QElapsedTimer stroke;
     stroke.start();
-    for (int i = 1; i <= kStrokes + 1; ++i) {
-        // Strokes keep their rhythm whatever a frame costs, as a hand does.
-        while (stroke.elapsed() < i * kStrokeIntervalMs)
-            QThread::usleep(200);
-        if (i > kStrokes)
-            break;
+    for (int i = 1; i <= kStrokes; ++i) {
+        // Strokes keep their rhythm whatever a frame costs, as a hand does; the scroller moves
+        // the list on its own frames in between.
+        runFrames(frames, watch, [&] { return stroke.elapsed() >= i * kStrokeIntervalMs; });
         y -= kStrokeLength;
-        const int before = bar->value();
-        const Clock::time_point start = Clock::now();
         sendMouse(QEvent::MouseMove, { x, y });
-        if (bar->value() != before)
-            finishFrame(frames, start);
     }
-    if (bar->value() == startValue)
-        return false; // the drag did not scroll
+    runFrames(frames, watch,
+              [&] { return stroke.elapsed() >= (kStrokes + 1) * kStrokeIntervalMs; });
     sendMouse(QEvent::MouseButtonRelease, { x, y });
-
-    QTimer *flick = runningFlickTimer();
-    if (!flick)
-        return false;
-    TickWatch watch;
-    flick->installEventFilter(&watch);
+    const bool flicked = table()->isDecelerating();
     QElapsedTimer limit;
     limit.start();
-    int value = bar->value();
-    do {
-        QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents);
-        if (bar->value() != value) {
-            value = bar->value();
-            finishFrame(frames, watch.lastTick);
-        }
-    } while (flick->isActive() && limit.elapsed() < 10000);
-    flick->removeEventFilter(&watch);
+    runFrames(frames, watch, [&] {
+        return (!table()->isDecelerating() && !table()->isDragging()) || limit.elapsed() > 10000;
+    });
+    table()->viewport()->removeEventFilter(&watch);
     *distance = bar->value() - startValue;
-    return !flick->isActive();
+    return flicked && !table()->isDecelerating();
 }
 
 // The argument is where the fling starts, in percent of the list.
