@@ -1,10 +1,13 @@
 #include "TestSupport.h"
+#include "store/MessagesDirectoryFollower.h"
 #include "store/VTDirectoryWatcher.h"
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QTemporaryDir>
 #include <QTest>
+#include <algorithm>
 #include <csignal>
 #include <dirent.h>
 #include <sys/wait.h>
@@ -27,6 +30,56 @@ struct CountingDelegate : VTDirectoryWatcherDelegate
     }
 };
 
+// Reads the directory at each call, as the list does when it reloads.
+struct ListingDelegate : VTDirectoryWatcherDelegate
+{
+    QString path;
+    QStringList listing;
+    int calls = 0;
+
+    void directoryDidChange(VTDirectoryWatcher *) override
+    {
+        ++calls;
+        listing = QDir(path).entryList(QDir::Files, QDir::Name);
+    }
+};
+
+// One step of a user's (or the recorder's) work on the file system, with what the list then
+// shows and how many times it was told: kSome where a removal may also report its files.
+struct Step
+{
+    QString commands; // "mkdir [-p] P", "write P...", "rm [-r] P", "mv A B"; joined by ';'
+    QStringList listing;
+    int calls = 1;
+};
+using Script = QList<Step>;
+constexpr int kSome = -1;
+
+// Runs commands relative to root, with no turn of the event loop in between.
+bool run(QDir root, const QString &commands)
+{
+    for (const QString &command : commands.split(u';', Qt::SkipEmptyParts)) {
+        const QStringList words = command.split(u' ', Qt::SkipEmptyParts);
+        const QString &verb = words.value(0);
+        const bool option = words.value(1).startsWith(u'-');
+        const QString target = words.value(option ? 2 : 1);
+        bool done = false;
+        if (verb == "mkdir")
+            done = option ? root.mkpath(target) : root.mkdir(target);
+        else if (verb == "write")
+            done = std::all_of(words.begin() + 1, words.end(), [&](const QString &file) {
+                return TestSupport::writeFile(root.filePath(file));
+            });
+        else if (verb == "rm")
+            done = option ? QDir(root.filePath(target)).removeRecursively() : root.remove(target);
+        else if (verb == "mv")
+            done = root.rename(words.value(1), words.value(2));
+        if (!done)
+            return false;
+    }
+    return true;
+}
+
 int openDescriptorCount()
 {
     int count = 0;
@@ -40,6 +93,8 @@ int openDescriptorCount()
 
 } // namespace
 
+Q_DECLARE_METATYPE(Script)
+
 class TestWatcher : public QObject
 {
     Q_OBJECT
@@ -51,6 +106,8 @@ private slots:
     void secondStartIsRefused();
     void invalidateStopsReports();
     void wrongCallbackIsFatal();
+    void followsTheDirectory_data();
+    void followsTheDirectory();
 };
 
 void TestWatcher::refusesToWatch_data()
@@ -257,6 +314,80 @@ void TestWatcher::wrongCallbackIsFatal()
     QCOMPARE(WTERMSIG(status), SIGABRT);
     QCOMPARE(message, "Assertion failed: (callBackTypes == kCFFileDescriptorReadCallBack), "
                       "function KQCallback, file VantrelApplication, line 411.\n");
+}
+
+void TestWatcher::followsTheDirectory_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<QString>("before"); // commands run before following starts
+    QTest::addColumn<Script>("script");
+
+    const auto row = [](const char *name, const QString &path, const QString &before,
+                        const Script &script) { QTest::newRow(name) << path << before << script; };
+    const Step write = { "write Messages/new.caf", { "new.caf" } };
+    const Step writeDeep = { "write a/b/Messages/new.caf", { "new.caf" } };
+
+    row("missing, then made", "Messages", "", { { "mkdir Messages", {} }, write });
+    row("several levels missing", "a/b/Messages", "",
+        { { "mkdir -p a/b/Messages", {} }, writeDeep });
+    row("made together with its files", "a/b/Messages", "",
+        { { "mkdir -p a/b/Messages;write a/b/Messages/1.caf a/b/Messages/2.caf",
+            { "1.caf", "2.caf" } } });
+    row("removed and made again", "Messages", "mkdir Messages;write Messages/old.caf",
+        { { "rm -r Messages", {}, kSome }, { "mkdir Messages", {} }, write });
+    row("renamed away, a new one made", "Messages", "mkdir Messages;write Messages/old.caf",
+        { { "mv Messages Old", {} },
+          { "write Old/gone.caf", {}, 0 },
+          { "mkdir Messages", {} },
+          write });
+    row("replaced at once", "Messages",
+        "mkdir Messages;write Messages/old.caf;mkdir Staging;write Staging/1.caf",
+        { { "mv Messages Old;mv Staging Messages", { "1.caf" } },
+          { "write Messages/new.caf", { "1.caf", "new.caf" } } });
+    row("renamed into place full", "Messages",
+        "mkdir Staging;write Staging/1.caf Staging/2.caf Staging/3.caf",
+        { { "mv Staging Messages", { "1.caf", "2.caf", "3.caf" } },
+          { "rm Messages/2.caf", { "1.caf", "3.caf" } } });
+    row("an ancestor renamed away", "a/b/Messages",
+        "mkdir -p a/b/Messages;write a/b/Messages/old.caf",
+        { { "mv a z", {} },
+          { "write z/b/Messages/gone.caf", {}, 0 },
+          { "mkdir -p a/b/Messages", {} },
+          writeDeep });
+    row("a file at first", "Messages", "write Messages",
+        { { "write other.caf", {}, 0 }, { "rm Messages;mkdir Messages", {} }, write });
+}
+
+void TestWatcher::followsTheDirectory()
+{
+    QFETCH(QString, path);
+    QFETCH(QString, before);
+    QFETCH(Script, script);
+
+    QTemporaryDir root;
+    QVERIFY(root.isValid());
+    const QDir dir(root.path());
+    QVERIFY(run(dir, before));
+    const int descriptorsBefore = openDescriptorCount();
+    ListingDelegate delegate;
+    delegate.path = root.filePath(path);
+    auto follower = std::make_unique<MessagesDirectoryFollower>(delegate.path, &delegate);
+    QCOMPARE(follower->directoryWatcher() != nullptr, QFileInfo(delegate.path).isDir());
+
+    for (const Step &step : script) {
+        const int calls = delegate.calls;
+        delegate.listing = QStringList { "<not told>" };
+        QVERIFY2(run(dir, step.commands), qPrintable(step.commands));
+        if (step.calls != 0) {
+            QTRY_COMPARE(delegate.listing, step.listing);
+        }
+        QTest::qWait(kSettleMs);
+        if (step.calls != kSome)
+            QVERIFY2(delegate.calls == calls + step.calls, qPrintable(step.commands));
+    }
+
+    follower.reset();
+    QCOMPARE(openDescriptorCount(), descriptorsBefore);
 }
 
 QTEST_GUILESS_MAIN(TestWatcher)
