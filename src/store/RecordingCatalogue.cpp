@@ -4,11 +4,17 @@
 #include "store/ContactStore.h"
 
 #include <QFile>
+#include <QHash>
+#include <QStringBuilder>
 #include <QStringDecoder>
 #include <algorithm>
+#include <array>
+#include <cstring>
 #include <dirent.h>
 #include <memory>
+#include <string_view>
 #include <sys/stat.h>
+#include <vector>
 
 namespace {
 
@@ -17,34 +23,131 @@ struct DirCloser
     void operator()(DIR *dir) const { closedir(dir); }
 };
 
-// Names in listing order. A name that is not UTF-8 cannot be written back as a path of the
-// same name, so it cannot be a recording the list could play or delete: it is left out.
-QStringList listDirectory(const QString &directory)
+// Reads the names of one directory in listing order.
+class Listing
 {
-    QStringList names;
-    std::unique_ptr<DIR, DirCloser> dir(opendir(QFile::encodeName(directory).constData()));
-    if (!dir)
-        return names;
-    QStringDecoder decoder(QStringDecoder::Utf8);
-    while (const dirent *item = readdir(dir.get())) {
-        const char *name = item->d_name;
-        if ((name[0] == '.' && name[1] == '\0') ||
-            (name[0] == '.' && name[1] == '.' && name[2] == '\0'))
-            continue;
-        decoder.resetState();
-        QString decoded = decoder(QByteArrayView(name));
-        if (!decoder.hasError())
-            names << decoded;
-    }
-    return names;
-}
+public:
+    explicit Listing(const QByteArray &directory) : m_dir(opendir(directory.constData())) {}
 
-bool isFileNotDirectory(const QString &path)
-{
-    struct stat info
+    // The next name that ends in "caf", both as the file system has it and read as UTF-8, or
+    // false at the end. A name that is not UTF-8 cannot be written back as a path of the same
+    // name, so it cannot be a recording the list could play or delete: it is left out. A
+    // leading byte-order mark is kept: it is part of the name.
+    bool next(QByteArrayView &bytes, QString &name)
     {
-    };
-    return ::stat(QFile::encodeName(path).constData(), &info) == 0 && !S_ISDIR(info.st_mode);
+        while (const dirent *item = m_dir ? readdir(m_dir.get()) : nullptr) {
+            bytes = QByteArrayView(item->d_name);
+            if (!bytes.endsWith("caf"))
+                continue;
+            m_decoder.resetState();
+            name = m_decoder(bytes);
+            if (!m_decoder.hasError())
+                return true;
+        }
+        return false;
+    }
+
+private:
+    std::unique_ptr<DIR, DirCloser> m_dir;
+    QStringDecoder m_decoder { QStringDecoder::Utf8, QStringDecoder::Flag::ConvertInitialBom };
+};
+
+// Whether a recording has its transcript, a file that is not a directory. The path is built
+// in one buffer: ".caf" and ".txt" are the same length, and ASCII, so replacing one with the
+// other in the bytes names the same file as in the text.
+class TranscriptProbe
+{
+public:
+    explicit TranscriptProbe(const QByteArray &directory)
+        : m_path(directory + '/'), m_prefix(m_path.size())
+    {}
+
+    bool exists(QByteArrayView recording)
+    {
+        m_path.truncate(m_prefix);
+        m_path.append(recording);
+        const std::string_view name(m_path.constData() + m_prefix, std::size_t(recording.size()));
+        for (std::size_t at = name.find(".caf"); at != std::string_view::npos;
+             at = name.find(".caf", at + 4))
+            std::memcpy(m_path.data() + m_prefix + qsizetype(at), ".txt", 4);
+        struct stat info
+        {
+        };
+        return ::stat(m_path.constData(), &info) == 0 && !S_ISDIR(info.st_mode);
+    }
+
+private:
+    QByteArray m_path;
+    qsizetype m_prefix;
+};
+
+// "MMM dd yyyy - HH:mm:ss" in one locale, joined from pieces that the locale formats only
+// once: the date part once per day, each two-digit number once. The locale formats such a
+// pattern field by field, so the joined pieces read exactly as the whole pattern would,
+// while formatting every recording's time in full costs a quarter of a directory read.
+class DisplayTimes
+{
+public:
+    explicit DisplayTimes(const QLocale &locale) : m_locale(locale) {}
+
+    QString format(const QDateTime &date)
+    {
+        const QDate day = date.date();
+        auto known = m_days.constFind(day.toJulianDay());
+        if (known == m_days.cend())
+            known = m_days.insert(day.toJulianDay(), m_locale.toString(day, u"MMM dd yyyy"));
+        const QTime time = date.time();
+        return *known % QLatin1String(" - ") % twoDigits(time.hour()) % u':' %
+               twoDigits(time.minute()) % u':' % twoDigits(time.second());
+    }
+
+private:
+    const QString &twoDigits(int value)
+    {
+        QString &digits = m_numbers[std::size_t(value)];
+        if (digits.isNull())
+            digits = m_locale.toString(QTime(0, value), u"mm");
+        return digits;
+    }
+
+    const QLocale &m_locale;
+    QHash<qint64, QString> m_days;
+    std::array<QString, 60> m_numbers;
+};
+
+// The entry of one listed name, or nothing when the name is not a recording's.
+std::optional<Entry> makeEntry(QByteArrayView bytes, const QString &fileName,
+                               TranscriptProbe &transcripts, const ContactStore *contacts,
+                               DisplayTimes &times)
+{
+    const auto fields = RecordingName::fields(fileName);
+    if (!fields)
+        return std::nullopt;
+
+    Entry entry;
+    // A name without ".caf" (one ending in "caf" alone) is its own transcript name, and so is
+    // paired with itself; the reader then finds no UTF-8 text in it. Kept as it always was.
+    if (transcripts.exists(bytes))
+        entry.textFile = RecordingName::transcriptName(fileName);
+    entry.filename = fileName;
+    entry.type = RecordingName::callType(fields->kind);
+    entry.address = fields->address.toString();
+    if (const auto date = RecordingName::parseTime(fields->time)) {
+        entry.date = *date;
+        const QString shown = times.format(*date);
+        if (!shown.isNull())
+            entry.dateString = shown;
+    }
+    entry.name = entry.address;
+    if (const Contact *contact =
+            contacts ? contacts->contactForDestinationId(entry.address) : nullptr) {
+        // The full name wins over the display name when the contact has both.
+        if (!contact->displayName().isNull())
+            entry.name = contact->displayName();
+        if (!contact->fullName().isNull())
+            entry.name = contact->fullName();
+    }
+    return entry;
 }
 
 } // namespace
@@ -56,42 +159,22 @@ RecordingCatalogue::RecordingCatalogue(const ContactStore *contacts, QLocale dis
 std::optional<Entry> RecordingCatalogue::entryForFile(const QString &directory,
                                                       const QString &fileName) const
 {
-    const auto name = RecordingName::parse(fileName);
-    if (!name)
-        return std::nullopt;
-
-    Entry entry;
-    // A name without ".caf" (one ending in "caf" alone) is its own transcript name, and so is
-    // paired with itself; the reader then finds no UTF-8 text in it. Kept as it always was.
-    const QString transcript = RecordingName::transcriptName(fileName);
-    if (isFileNotDirectory(QStringLiteral("%1/%2").arg(directory, transcript)))
-        entry.textFile = transcript;
-    entry.filename = fileName;
-    entry.type = RecordingName::callType(name->kind);
-    entry.address = name->address;
-    if (const auto date = RecordingName::parseTime(name->time)) {
-        entry.date = *date;
-        const QString shown = RecordingName::displayTime(*date, m_displayLocale);
-        if (!shown.isNull())
-            entry.dateString = shown;
-    }
-    entry.name = name->address;
-    if (const Contact *contact =
-            m_contacts ? m_contacts->contactForDestinationId(name->address) : nullptr) {
-        // The full name wins over the display name when the contact has both.
-        if (!contact->displayName().isNull())
-            entry.name = contact->displayName();
-        if (!contact->fullName().isNull())
-            entry.name = contact->fullName();
-    }
-    return entry;
+    TranscriptProbe transcripts(QFile::encodeName(directory));
+    DisplayTimes times(m_displayLocale);
+    return makeEntry(QFile::encodeName(fileName), fileName, transcripts, m_contacts, times);
 }
 
 QList<Entry> RecordingCatalogue::entries(const QString &directory) const
 {
+    const QByteArray path = QFile::encodeName(directory);
+    Listing listing(path);
+    TranscriptProbe transcripts(path);
+    DisplayTimes times(m_displayLocale);
     QList<Entry> result;
-    for (const QString &fileName : listDirectory(directory)) {
-        if (auto entry = entryForFile(directory, fileName))
+    QByteArrayView bytes;
+    QString fileName;
+    while (listing.next(bytes, fileName)) {
+        if (auto entry = makeEntry(bytes, fileName, transcripts, m_contacts, times))
             result.append(std::move(*entry));
     }
     sort(result);
@@ -100,9 +183,41 @@ QList<Entry> RecordingCatalogue::entries(const QString &directory) const
 
 void RecordingCatalogue::sort(QList<Entry> &entries)
 {
-    // A stable merge sort: the comparator is deliberately not a strict ordering (it never
-    // answers "same"), and a merge sort stays well-behaved with it where a quicksort need not.
-    std::stable_sort(entries.begin(), entries.end(), [](const Entry &a, const Entry &b) {
-        return compareElements(a, b, nullptr) == ComparisonResult::OrderedAscending;
+    // compareElements is not a strict ordering: an undated entry compares as later than
+    // nothing, yet a dated one before 2001 compares as earlier than it, so a general sort
+    // driven by it may leave dated entries out of order. This order agrees with every answer
+    // of compareElements that its answer with the operands swapped does not contradict:
+    // newest first, entries of the same time in listing order, the undated last in listing
+    // order. Each date becomes an instant once; comparing local times converts every time.
+    struct Key
+    {
+        qint64 instant;
+        qsizetype index;
+        bool dated;
+    };
+    std::vector<Key> keys;
+    keys.reserve(std::size_t(entries.size()));
+    for (qsizetype i = 0; i < entries.size(); ++i) {
+        const auto &date = entries[i].date;
+        keys.push_back({ date ? date->toMSecsSinceEpoch() : 0, i, date.has_value() });
+    }
+    std::stable_sort(keys.begin(), keys.end(), [](const Key &a, const Key &b) {
+        return a.dated != b.dated ? a.dated : a.instant > b.instant;
     });
+    // Entries move into place along the cycles of the permutation: no second list.
+    for (qsizetype i = 0; i < entries.size(); ++i) {
+        if (keys[std::size_t(i)].index == i)
+            continue;
+        Entry held = std::move(entries[i]);
+        for (qsizetype at = i;;) {
+            const qsizetype from = keys[std::size_t(at)].index;
+            keys[std::size_t(at)].index = at;
+            if (from == i) {
+                entries[at] = std::move(held);
+                break;
+            }
+            entries[at] = std::move(entries[from]);
+            at = from;
+        }
+    }
 }

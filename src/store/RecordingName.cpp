@@ -1,12 +1,12 @@
 #include "RecordingName.h"
 
-#include <QStringList>
+#include <algorithm>
 #include <array>
 
 namespace {
 
 // A path extension starts at the last dot of the name, unless that dot begins the name.
-QString deletingPathExtension(const QString &name)
+QStringView deletingPathExtension(QStringView name)
 {
     const qsizetype dot = name.lastIndexOf(u'.');
     return dot > 0 ? name.left(dot) : name;
@@ -37,6 +37,8 @@ bool readLiteral(QStringView text, qsizetype &pos, QChar literal)
     return true;
 }
 
+// English month abbreviations in any letter case. Only ASCII letters can spell one: no other
+// character lowercases to a letter of these names.
 std::optional<int> readMonth(QStringView text, qsizetype &pos)
 {
     static constexpr std::array<const char *, 12> months = { "jan", "feb", "mar", "apr",
@@ -44,9 +46,15 @@ std::optional<int> readMonth(QStringView text, qsizetype &pos)
                                                              "sep", "oct", "nov", "dec" };
     if (pos + 3 > text.size())
         return std::nullopt;
-    const QString candidate = text.mid(pos, 3).toString().toLower();
+    char candidate[3];
+    for (int i = 0; i < 3; ++i) {
+        const char16_t c = text[pos + i].unicode();
+        if (c >= 128)
+            return std::nullopt;
+        candidate[i] = char(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+    }
     for (int i = 0; i < 12; ++i) {
-        if (candidate == QLatin1String(months[i])) {
+        if (std::equal(candidate, candidate + 3, months[i])) {
             pos += 3;
             return i + 1;
         }
@@ -58,12 +66,35 @@ std::optional<int> readMonth(QStringView text, qsizetype &pos)
 
 std::optional<RecordingName> RecordingName::parse(const QString &fileName)
 {
+    const auto parts = fields(fileName);
+    if (!parts)
+        return std::nullopt;
+    return RecordingName { parts->kind.toString(), parts->address.toString(),
+                           parts->time.toString() };
+}
+
+std::optional<RecordingName::Fields> RecordingName::fields(QStringView fileName)
+{
     if (!fileName.endsWith(QLatin1String("caf")))
         return std::nullopt;
-    const QStringList parts = deletingPathExtension(fileName).split(QLatin1String("-_"));
-    if (parts.size() != 4 || parts[0] != QLatin1String("msg"))
+    // Split on "-_" as a string split would, without making a list.
+    static constexpr QStringView separator = u"-_";
+    const QStringView stem = deletingPathExtension(fileName);
+    std::array<QStringView, 4> parts;
+    qsizetype count = 0;
+    qsizetype start = 0;
+    while (true) {
+        const qsizetype end = stem.indexOf(separator, start);
+        if (count == qsizetype(parts.size()))
+            return std::nullopt;
+        parts[count++] = end < 0 ? stem.sliced(start) : stem.sliced(start, end - start);
+        if (end < 0)
+            break;
+        start = end + separator.size();
+    }
+    if (count != 4 || parts[0] != QLatin1String("msg"))
         return std::nullopt;
-    return RecordingName { parts[1], parts[2], parts[3] };
+    return Fields { parts[1], parts[2], parts[3] };
 }
 
 QString RecordingName::transcriptName(const QString &fileName)
@@ -71,13 +102,13 @@ QString RecordingName::transcriptName(const QString &fileName)
     return QString(fileName).replace(QLatin1String(".caf"), QLatin1String(".txt"));
 }
 
-QString RecordingName::callType(const QString &kind)
+QString RecordingName::callType(QStringView kind)
 {
     if (kind == QLatin1String("FT"))
         return QStringLiteral("FaceTime");
     if (kind == QLatin1String("TEL"))
         return QStringLiteral("Telephony");
-    return kind;
+    return kind.toString();
 }
 
 std::optional<QDateTime> RecordingName::parseTime(QStringView field)
