@@ -297,8 +297,8 @@ void TestContacts::filesThatAreNotVCards_data()
     QTest::addColumn<qint64>("size"); // grown to this size (sparse) when not 0
     QTest::addColumn<QString>("reason");
 
-    QTest::newRow("image") << QByteArray("\x89PNG\r\n\x1a\n\0\0\0\rIHDR\0\0\0\x10", 24) << qint64(0)
-                           << "binary data";
+    static const char png[] = "\x89PNG\r\n\x1a\n\0\0\0\rIHDR\0\0\0\x10";
+    QTest::newRow("image") << QByteArray(png, sizeof png - 1) << qint64(0) << "binary data";
     QTest::newRow("plain text") << QByteArray("Shopping list:\nmilk\nTEL: call mum\n") << qint64(0)
                                 << "no vCard in it";
     QTest::newRow("Latin-1 text") << QByteArray("Cr\xe8me br\xfbl\xe9\x65\n") << qint64(0)
