@@ -82,7 +82,7 @@ private slots:
     void filesThatAreNotVCards();
     void followsFiles_data();
     void followsFiles();
-    void burstIsOneReload();
+    void burstIsCoalesced();
     void destroyedWhileReloading();
     void hostileInput();
 };
@@ -402,7 +402,7 @@ void TestContacts::followsFiles()
     QVERIFY(!reloaded.isEmpty());
 }
 
-void TestContacts::burstIsOneReload()
+void TestContacts::burstIsCoalesced()
 {
     QTemporaryDir contacts;
     QVERIFY(contacts.isValid());
