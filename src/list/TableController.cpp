@@ -31,9 +31,9 @@ TableController::TableController(const QString &messagesDirectory, QObject *pare
     monogrammer->setBackgroundColor(Qt::lightGray);
     monogrammer->setTextKnockout(true);
 
-    // Without a watcher the list is still right after every reload; it just does not follow
-    // the directory by itself.
-    directoryWatcher = VTDirectoryWatcher::watchFolderWithPath(_messagesDirectory, this);
+    // The directory is watched whenever it exists: when it is missing at launch, or removed
+    // and made again, the list goes live as soon as it is there again.
+    directoryFollower = std::make_unique<MessagesDirectoryFollower>(_messagesDirectory, this);
 
     getEntries();
 

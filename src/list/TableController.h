@@ -3,6 +3,7 @@
 #include "platform/Monogrammer.h"
 #include "platform/TableViewController.h"
 #include "store/Entry.h"
+#include "store/MessagesDirectoryFollower.h"
 #include "store/VTDirectoryWatcher.h"
 
 #include <QList>
@@ -124,5 +125,5 @@ private:
     // kept for the life of the list; the directory follower likewise lives as long as it.
     std::unique_ptr<ContactStore> entriesContactStore;
     std::unique_ptr<ContactStore> addressContactStore;
-    std::unique_ptr<VTDirectoryWatcher> directoryWatcher;
+    std::unique_ptr<MessagesDirectoryFollower> directoryFollower;
 };

@@ -167,10 +167,10 @@ void TestApplication::foregroundLeavesEditModeButFocusDoesNot()
     QVERIFY(list()->isEditing());
     QCOMPARE(m_spy->visibleCount, 1);
 
-    // Back from a minimised window: "foreground", then "active".
-    app()->window()->showMinimized();
+    // Back from a hidden window: "foreground", then "active", once.
+    app()->window()->hide();
     app()->applicationStateDidChange(Qt::ApplicationInactive);
-    app()->window()->showNormal();
+    app()->window()->show();
     app()->applicationStateDidChange(Qt::ApplicationActive);
     QTRY_COMPARE(m_spy->visibleCount, 2);
     QVERIFY(!list()->isEditing());

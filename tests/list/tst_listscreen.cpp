@@ -5,6 +5,7 @@
 #include "platform/NavigationBar.h"
 #include "platform/View.h"
 
+#include <QDir>
 #include <QScrollBar>
 #include <QTest>
 
@@ -187,11 +188,25 @@ void TestListScreen::onlyRowsOnScreenHaveCells()
 
 void TestListScreen::missingDirectoryGivesEmptyList()
 {
-    m_screen->open(m_screen->root() + "/does-not-exist");
+    // The recording side has not made its directory yet: an empty list, which goes live as
+    // soon as the directory is there, and follows it when it is removed and made again.
+    const QString later = m_screen->root() + "/later/Messages";
+    m_screen->open(later);
     QCOMPARE(m_screen->list()->numberOfRowsInSection(0), 0);
-    QCOMPARE(alpha(editButton()), 0.0);
-    m_screen->list()->reloadEntries(true);
-    QCOMPARE(m_screen->list()->numberOfRowsInSection(0), 0);
+    QVERIFY(!editDrawn());
+
+    QVERIFY(QDir().mkpath(later));
+    const QString name = TestSupport::recordingName("TEL", "+15551234567", "15-Nov-2026-22-10-07");
+    QVERIFY(TestSupport::writeFile(later + "/" + name));
+    QTRY_COMPARE(visibleNames(), QStringList({ "Daniel Reyes" }));
+    QVERIFY(editDrawn());
+
+    QVERIFY(QDir(later).removeRecursively());
+    QTRY_COMPARE(m_screen->list()->numberOfRowsInSection(0), 0);
+    QVERIFY(QDir().mkpath(later));
+    QVERIFY(TestSupport::writeFile(
+        later + "/" + TestSupport::recordingName("FT", "+15557654321", "16-Nov-2026-08-00-00")));
+    QTRY_COMPARE(visibleNames(), QStringList({ "+15557654321" }));
 }
 
 QTEST_MAIN(TestListScreen)
