@@ -81,11 +81,11 @@ NOTE:Usually reachable on FaceTime in the evenings\, prefers messages ove
  r calls during the day.
 END:VCARD
 BEGIN:VCARD
-VERSION:4.0
-FN:Søren Dahl
-N:Dahl;Søren;;;
+VERSION:2.1
+N;CHARSET=UTF-8;ENCODING=QUOTED-PRINTABLE:Dahl;S=C3=B8ren;;;
+FN;CHARSET=UTF-8;ENCODING=QUOTED-PRINTABLE:S=C3=B8ren Dahl
 NICKNAME:Sunny
-TEL;TYPE=cell:+1 (555) 222-0199
+TEL;CELL:+1 (555) 222-0199
 END:VCARD
 BEGIN:VCARD
 VERSION:3.0
