@@ -2,6 +2,7 @@
 
 #include <QDateTime>
 #include <QString>
+#include <QtGlobal>
 #include <optional>
 
 // One recording as the list knows it. Keys that the record may lack are optionals: a
@@ -25,6 +26,10 @@ struct Entry
     // "date - kind" as a row's detail line shows it; a missing date reads "(null)".
     QString detailText() const;
 };
+
+// Every member may be moved in memory as plain bytes, so lists grow and reorder without
+// moving member by member.
+Q_DECLARE_TYPEINFO(Entry, Q_RELOCATABLE_TYPE);
 
 enum class ComparisonResult
 {

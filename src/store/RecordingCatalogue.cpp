@@ -82,7 +82,7 @@ private:
 };
 
 // "MMM dd yyyy - HH:mm:ss" in one locale, joined from pieces that the locale formats only
-// once: the date part once per day, each two-digit number once. The locale formats such a
+// once each: month names and years, and the two-digit numbers. The locale formats such a
 // pattern field by field, so the joined pieces read exactly as the whole pattern would,
 // while formatting every recording's time in full costs a quarter of a directory read.
 class DisplayTimes
@@ -94,14 +94,32 @@ public:
     {
         const QDate day = date.date();
         auto known = m_days.constFind(day.toJulianDay());
-        if (known == m_days.cend())
-            known = m_days.insert(day.toJulianDay(), m_locale.toString(day, u"MMM dd yyyy"));
+        if (known == m_days.cend()) {
+            known = m_days.insert(day.toJulianDay(), monthName(day) % u' ' % twoDigits(day.day()) %
+                                                         u' ' % year(day.year()));
+        }
         const QTime time = date.time();
         return *known % QLatin1String(" - ") % twoDigits(time.hour()) % u':' %
                twoDigits(time.minute()) % u':' % twoDigits(time.second());
     }
 
 private:
+    const QString &monthName(QDate day)
+    {
+        QString &name = m_monthNames[day.year() * 12 + day.month() - 1];
+        if (name.isNull())
+            name = m_locale.toString(QDate(day.year(), day.month(), 1), u"MMM");
+        return name;
+    }
+
+    const QString &year(int year)
+    {
+        QString &text = m_years[year];
+        if (text.isNull())
+            text = m_locale.toString(QDate(year, 1, 1), u"yyyy");
+        return text;
+    }
+
     const QString &twoDigits(int value)
     {
         QString &digits = m_numbers[std::size_t(value)];
@@ -112,6 +130,8 @@ private:
 
     const QLocale &m_locale;
     QHash<qint64, QString> m_days;
+    QHash<int, QString> m_monthNames;
+    QHash<int, QString> m_years;
     std::array<QString, 60> m_numbers;
 };
 

@@ -77,21 +77,22 @@ std::optional<RecordingName::Fields> RecordingName::fields(QStringView fileName)
 {
     if (!fileName.endsWith(QLatin1String("caf")))
         return std::nullopt;
-    // Split on "-_" as a string split would, without making a list.
-    static constexpr QStringView separator = u"-_";
+    // Split on "-_" as a string split would, without making a list: a scan for the hyphen,
+    // which a general substring search costs several times more for.
     const QStringView stem = deletingPathExtension(fileName);
     std::array<QStringView, 4> parts;
     qsizetype count = 0;
     qsizetype start = 0;
-    while (true) {
-        const qsizetype end = stem.indexOf(separator, start);
-        if (count == qsizetype(parts.size()))
+    for (qsizetype i = 0; i + 1 < stem.size(); ++i) {
+        if (stem[i] != u'-' || stem[i + 1] != u'_')
+            continue;
+        if (count == 3)
             return std::nullopt;
-        parts[count++] = end < 0 ? stem.sliced(start) : stem.sliced(start, end - start);
-        if (end < 0)
-            break;
-        start = end + separator.size();
+        parts[count++] = stem.sliced(start, i - start);
+        start = i + 2;
+        ++i;
     }
+    parts[count++] = stem.sliced(start);
     if (count != 4 || parts[0] != QLatin1String("msg"))
         return std::nullopt;
     return Fields { parts[1], parts[2], parts[3] };
