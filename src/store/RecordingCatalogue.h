@@ -24,7 +24,9 @@ public:
     // The entry for one listed name, or nothing when the name is not a recording's.
     std::optional<Entry> entryForFile(const QString &directory, const QString &fileName) const;
 
-    // Sorts in place with compareElements.
+    // Sorts in place, newest first as compareElements orders entries wherever its answers
+    // agree both ways round; the undated go last. Entries of the same time, and the undated,
+    // keep their order among themselves.
     static void sort(QList<Entry> &entries);
 
 private:
