@@ -13,9 +13,11 @@ if [[ ${1:-} == --sanitize ]]; then
     shift
     build=build-sanitize
     build_options=(--sanitize)
-    # The libraries under Qt (fontconfig, D-Bus, PulseAudio) keep memory until exit that only
-    # their own code could free; the suppressions name those libraries and nothing of ours.
-    export ASAN_OPTIONS=halt_on_error=1:detect_leaks=1:strict_string_checks=1:detect_stack_use_after_return=1
+    # Qt and the libraries under it keep memory until exit that only their own code could
+    # free; the suppressions name their functions and nothing of ours. Allocations are traced
+    # through every frame, also those of libraries built without frame pointers, so that a
+    # suppression always sees the function it names.
+    export ASAN_OPTIONS=halt_on_error=1:detect_leaks=1:strict_string_checks=1:detect_stack_use_after_return=1:fast_unwind_on_malloc=0
     export UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1
     export LSAN_OPTIONS="suppressions=$PWD/tests/sanitizers/lsan.supp:print_suppressions=0"
 fi
