@@ -9,6 +9,7 @@
 #include <QDBusMessage>
 #include <QDBusMetaType>
 #include <QDir>
+#include <QMetaMethod>
 #include <QProcess>
 #include <QScrollBar>
 #include <QTest>
@@ -41,17 +42,14 @@ private:
     QDBusConnection m_bus;
 };
 
-// The application as it is launched, a fresh one for every test, on a Messages directory with
-// two recordings.
+// The application as it is launched, on a Messages directory with two recordings. Each test
+// function runs in a process of its own (see main), so each starts from a fresh launch.
 class TestApplication : public QObject
 {
     Q_OBJECT
-public:
-    TestApplication(int argc, char **argv) : m_argc(argc), m_argv(argv) {}
-
 private slots:
-    void init();
-    void cleanup();
+    void initTestCase();
+    void cleanupTestCase();
     void launchPostsVisibleAndClearsBadge();
     void updateNotificationReloadsWithoutLeavingEditMode();
     void foregroundLeavesEditModeButFocusDoesNot();
@@ -59,29 +57,25 @@ private slots:
     void exitsQuietly();
 
 private:
-    VantrelApplication *app() const { return m_app.get(); }
-    TableController *list() const { return m_app->tableController(); }
+    static VantrelApplication *app() { return VantrelApplication::sharedApplication(); }
+    static TableController *list() { return app()->tableController(); }
     QString messages() const { return m_root->filePath("Messages"); }
     void tapFirstRow();
     bool firstRowOpen() const;
     // Posts the recording component's request for a fresh list, from another process.
     static void postUpdate();
 
-    int m_argc;
-    char **m_argv;
     std::unique_ptr<QTemporaryDir> m_root;
-    std::unique_ptr<VantrelApplication> m_app;
     std::unique_ptr<BusSpy> m_spy;
 };
 
-void TestApplication::init()
+void TestApplication::initTestCase()
 {
     m_root = std::make_unique<QTemporaryDir>();
     QVERIFY(QDir(m_root->path()).mkdir("Messages"));
     for (const char *time : { "15-Nov-2026-22-10-07", "14-Nov-2026-09-00-00" })
         QVERIFY(TestSupport::writeFile(messages() + "/" +
                                        TestSupport::recordingName("TEL", "+15551234567", time)));
-    m_app = std::make_unique<VantrelApplication>(m_argc, m_argv);
     QVERIFY(QDBusConnection::sessionBus().isConnected());
     m_spy = std::make_unique<BusSpy>();
     app()->setMessagesDirectory(messages());
@@ -89,10 +83,9 @@ void TestApplication::init()
     QVERIFY(QTest::qWaitForWindowExposed(app()->window()));
 }
 
-void TestApplication::cleanup()
+void TestApplication::cleanupTestCase()
 {
     m_spy.reset();
-    m_app.reset();
     m_root.reset();
 }
 
@@ -212,10 +205,26 @@ void TestApplication::exitsQuietly()
     QVERIFY(QImage(shot).width() > 0);
 }
 
+// Without test function names, runs each test function in a process of its own: an
+// application is launched once per process, as it is in use.
 int main(int argc, char *argv[])
 {
-    // No application object here: every test makes its own, as a launch does.
-    TestApplication test(argc, argv);
+    if (argc == 1) {
+        const QMetaObject &tests = TestApplication::staticMetaObject;
+        int failed = 0;
+        for (int i = tests.methodOffset(); i < tests.methodCount(); ++i) {
+            const QMetaMethod method = tests.method(i);
+            const QByteArray name = method.name();
+            if (method.methodType() != QMetaMethod::Slot || name.endsWith("_data") ||
+                name.endsWith("TestCase"))
+                continue;
+            failed += QProcess::execute(QString::fromLocal8Bit(argv[0]),
+                                        { QString::fromLatin1(name) }) != 0;
+        }
+        return failed;
+    }
+    VantrelApplication application(argc, argv);
+    TestApplication test;
     return QTest::qExec(&test, argc, argv);
 }
 
