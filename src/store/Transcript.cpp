@@ -12,7 +12,9 @@ QString Transcript::read(const QString &path)
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
         return {};
-    QStringDecoder decoder(QStringDecoder::Utf8);
+    // Stateless: a file cut inside its last character is not UTF-8, rather than text whose
+    // last character is quietly held back for bytes that never come.
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringConverter::Flag::Stateless);
     QString text = decoder(file.readAll());
     if (decoder.hasError())
         return {};
@@ -39,9 +41,13 @@ QString Transcript::forDisplay(const QString &text)
         }
         qsizetype cut = text.lastIndexOf(u' ', start + kParagraph);
         if (cut <= start) {
-            shown += QStringView(text).mid(start, kParagraph);
+            // Never between the two halves of a character outside the basic plane (an emoji).
+            qsizetype length = kParagraph;
+            if (text.at(start + length - 1).isHighSurrogate())
+                --length;
+            shown += QStringView(text).mid(start, length);
             shown += u'\n';
-            start += kParagraph;
+            start += length;
         } else {
             shown += QStringView(text).mid(start, cut - start);
             shown += u'\n';

@@ -109,20 +109,6 @@ bool wellFormed(QStringView text)
     return true;
 }
 
-// Whether the bytes stop inside a UTF-8 sequence: a lead byte in the last three bytes that
-// announces more bytes than follow it.
-bool endsMidCharacter(const QByteArray &bytes)
-{
-    for (qsizetype back = 1; back <= 3 && back <= bytes.size(); ++back) {
-        const uchar c = uchar(bytes[bytes.size() - back]);
-        if ((c & 0xc0) == 0x80)
-            continue;
-        const int length = c >= 0xf0 ? 4 : c >= 0xe0 ? 3 : c >= 0xc0 ? 2 : 1;
-        return length > back;
-    }
-    return false;
-}
-
 QString nonBlank(const QString &text)
 {
     QString kept;
@@ -294,9 +280,6 @@ void TestHostile::transcriptFiles()
             QByteArray expected = bytes;
             if (expected.startsWith("\xef\xbb\xbf"))
                 expected.remove(0, 3);
-            if (endsMidCharacter(bytes))
-                QEXPECT_FAIL("", "a file cut inside its last character reads as text without it",
-                             Continue);
             QVERIFY2(read.toUtf8() == expected, qPrintable(context));
         }
     }
@@ -338,8 +321,6 @@ void TestHostile::transcriptSpecialFiles()
 
     // A pipe nobody writes to must not hold the reader up: this returns at once.
     const QString read = Transcript::read(path);
-    QEXPECT_FAIL("cut sequence", "a file cut inside its last character reads as text without it",
-                 Abort);
     QCOMPARE(read.isNull(), expected.isNull());
     QCOMPARE(read, expected);
 }
@@ -349,8 +330,6 @@ void TestHostile::transcriptDisplay()
     // A paragraph without blanks whose limit falls between the halves of an emoji.
     const QString split = QString(kLineLimit - 1, u'a') + QString::fromUtf8("\xf0\x9f\x98\x80") +
                           QString(kLineLimit, u'b');
-    QEXPECT_FAIL("", "a paragraph without blanks is cut at the limit even inside a character",
-                 Continue);
     QVERIFY(wellFormed(Transcript::forDisplay(split)));
 
     const quint32 s = seed();
@@ -382,13 +361,7 @@ void TestHostile::transcriptDisplay()
         for (const QStringView line : QStringView(shown).split(u'\n'))
             QVERIFY2(line.size() <= kLineLimit,
                      qPrintable(context + QStringLiteral(": a line of %1").arg(line.size())));
-        const bool whole = wellFormed(shown);
-        if (!whole)
-            QEXPECT_FAIL("",
-                         "a paragraph without blanks is cut at the limit even inside a "
-                         "character",
-                         Continue);
-        QVERIFY2(whole, qPrintable(context + ": an emoji broken in two"));
+        QVERIFY2(wellFormed(shown), qPrintable(context + ": an emoji broken in two"));
     }
 }
 
