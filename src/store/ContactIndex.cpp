@@ -110,7 +110,7 @@ std::optional<ContactIndex::PhoneKey> ContactIndex::phoneKey(const QString &text
     // calling code by hand spares libphonenumber's full parse for the common case.
     if (isInternationalDigits(trimmed)) {
         for (int length = 1; length <= 3 && length < trimmed.size() - 1; ++length) {
-            const int code = trimmed.mid(1, length).toInt();
+            const int code = QStringView(trimmed).mid(1, length).toInt();
             if (callingCodes().count(code))
                 return PhoneKey { code, trimmed.mid(1 + length) };
         }
@@ -140,7 +140,9 @@ const Contact *ContactIndex::contactForDestinationId(const QString &address) con
 {
     if (address.isEmpty())
         return nullptr;
-    if (const auto handle = m_byHandle.constFind(address.toLower()); handle != m_byHandle.cend())
+    // Most addresses are numbers, already in lower case: looked up without a copy.
+    const auto handle = m_byHandle.constFind(address.isLower() ? address : address.toLower());
+    if (handle != m_byHandle.cend())
         return *handle;
     if (address.contains(u'@'))
         return nullptr;
