@@ -1,0 +1,80 @@
+#pragma once
+
+#include <QRectF>
+#include <QWidget>
+
+class Label;
+class PanGestureRecognizer;
+class VantrelProgressView;
+
+// Told of the user's scrubbing; each call has a default that does nothing.
+class VantrelProgressViewDelegate
+{
+public:
+    virtual ~VantrelProgressViewDelegate() = default;
+    virtual void progressViewDidBeginScrubbing(VantrelProgressView *) {}
+    virtual void progressViewDidScrubToCurrentTime(VantrelProgressView *, double) {}
+    virtual void progressViewDidEndScrubbing(VantrelProgressView *) {}
+};
+
+// The inline player's scrub bar: elapsed time on the left, remaining time on the right and
+// between them a track with a knob at the current position. Dragging anywhere on the track
+// (mouse or touch) seeks; so do Left and Right, by five seconds. Frames are in points with
+// fractions, as the player places them; the widget's own geometry is their rounding.
+class VantrelProgressView : public QWidget
+{
+    Q_OBJECT
+public:
+    explicit VantrelProgressView(const QRectF &frame, QWidget *parent = nullptr);
+    ~VantrelProgressView() override;
+
+    double totalDuration() const { return _totalDuration; }
+    void setTotalDuration(double seconds);
+    double currentTime() const { return _currentTime; }
+    void setCurrentTime(double seconds);
+
+    bool showTimeLabels() const { return _showTimeLabels; }
+    // Applied at the next layout.
+    void setShowTimeLabels(bool show);
+
+    VantrelProgressViewDelegate *delegate() const { return _delegate; }
+    void setDelegate(VantrelProgressViewDelegate *delegate) { _delegate = delegate; }
+
+    QRectF frame() const { return m_frame; }
+    void setFrame(const QRectF &frame);
+    void layoutSubviews();
+
+    void panned(PanGestureRecognizer *recognizer);
+    void dragged(PanGestureRecognizer *recognizer);
+
+    // How far one press of Left or Right moves, in seconds.
+    static constexpr double kKeyStep = 5;
+
+protected:
+    bool event(QEvent *event) override;
+    void keyPressEvent(QKeyEvent *event) override;
+    void paintEvent(QPaintEvent *event) override;
+
+private:
+    class Knob;
+
+    void placeKnob(double centreX);
+    void setTexts(const QString &left, const QString &right);
+
+    double _totalDuration = 0;
+    double _currentTime = 0;
+    Label *leftLabel = nullptr;
+    Label *rightLabel = nullptr;
+    QWidget *middle = nullptr;
+    Knob *knob = nullptr;
+    QWidget *line = nullptr;
+    VantrelProgressViewDelegate *_delegate = nullptr;
+    double labelDistance = 5;  // between a label and the track
+    double maxLabelWidth = 45; // of each label while shown
+    bool _showTimeLabels = false;
+
+    QRectF m_frame; // in the parent, in points
+    // The subviews' frames in points: the bar's in the bar, the line's in the track.
+    QRectF m_leftFrame, m_rightFrame, m_middleFrame, m_lineFrame;
+    PanGestureRecognizer *m_pan = nullptr;
+};
