@@ -19,15 +19,18 @@ constexpr double kKnobSize = 28;
 // At rest the knob is a thin upright tick; it grows to the full disc while the user scrubs.
 const QSizeF kKnobRestScale(0.1, 0.6);
 const QSizeF kKnobFullScale(1, 1);
+// Quick enough to keep up with the finger that grabs the knob.
 constexpr int kKnobAnimationMs = 150;
 // The seek follows its drag step after this long.
 constexpr int kScrubCallbackDelayMs = 75;
+// The time labels: small light grey text, one line high.
 constexpr double kLabelHeight = 14.5;
 constexpr double kLabelFontSize = 12;
 constexpr double kLabelTextWhite = 0.664062;
+// Labels and line are drawn a little translucent, so that they sit back behind the knob.
 constexpr double kDimmedAlpha = 0.85;
 constexpr double kLineHeight = 3;
-// Whatever the grey of UIKit's light grey and grey is.
+// The phone's standard light grey (the line as built) and grey (the line once laid out).
 constexpr double kLightGrey = 2.0 / 3.0;
 constexpr double kGrey = 0.5;
 // Far beyond any screen: positions are held inside it so that rounding stays defined.
