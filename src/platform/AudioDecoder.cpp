@@ -170,9 +170,7 @@ bool AudioDecoder::open(const QString &path)
     m_error.clear();
     // Checked first because FFmpeg would block on a pipe and say little about the rest.
     const QByteArray name = QFile::encodeName(path);
-    struct stat info
-    {
-    };
+    struct stat info = {};
     if (::stat(name.constData(), &info) != 0)
         return fail(QStringLiteral("open"), systemReason(errno));
     if (S_ISDIR(info.st_mode))

@@ -42,7 +42,8 @@ public:
     QString errorString() const { return m_error; }
     OutputFormat outputFormat() const { return m_format; }
 
-    // Length in seconds, from the container, else counted by decoding at open.
+    // Length in seconds: what the header states, checked at open against where the decoded audio
+    // ends; counted by decoding when the container states none.
     double duration() const { return m_duration; }
     // Time in seconds of the next frame read() will answer.
     double position() const;
@@ -77,7 +78,7 @@ private:
     QString m_error;
     std::unique_ptr<Codec> m_codec;
     double m_duration = 0;
-    // Output frames answered (or dropped) since the start of the recording.
+    // Output frames from the start of the recording to the next one read() answers.
     qint64 m_outputFrame = 0;
     // Output frames still to drop before the seek target is reached.
     qint64 m_toDrop = 0;
