@@ -23,10 +23,13 @@ public:
         m_parec.kill();
         m_parec.waitForFinished();
     }
-    // The last quarter second once recorded: its level in dB below full scale, and its pitch
-    // from the zero crossings.
+    // The last quarter second of a second recorded from now: its level in dB below full scale, and
+    // its pitch from the zero crossings.
     bool listen()
     {
+        // What was recorded before this moment is not listened to.
+        QCoreApplication::processEvents();
+        m_parec.readAllStandardOutput();
         m_samples.clear();
         return QTest::qWaitFor(
             [&] {
@@ -86,7 +89,6 @@ class TestPulseOutput : public QObject
     Q_OBJECT
 private slots:
     void playsOnTheSinkAndMovesToAnother();
-    void pausedIsSilent();
     void namesItselfToTheServer();
     void noServerIsAnError();
 };
@@ -101,9 +103,12 @@ void TestPulseOutput::playsOnTheSinkAndMovesToAnother()
                  [&](char *buffer, std::size_t bytes) { return tone.fill(buffer, bytes); }, {},
                  &error),
              qPrintable(error));
-    output.setPlaying(true);
     {
+        // Opened paused: nothing sounds until it plays.
         Monitor speaker("speaker");
+        QVERIFY(speaker.listen());
+        QVERIFY2(speaker.level() < -60, qPrintable(QString::number(speaker.level())));
+        output.setPlaying(true);
         QVERIFY(speaker.listen());
         QVERIFY2(speaker.level() > -20, qPrintable(QString::number(speaker.level())));
         QVERIFY2(std::abs(speaker.pitch() - 440) < 15,
@@ -121,25 +126,11 @@ void TestPulseOutput::playsOnTheSinkAndMovesToAnother()
     QVERIFY2(earpiece.level() > -20, qPrintable(QString::number(earpiece.level())));
     QVERIFY2(speaker.level() < -60, qPrintable(QString::number(speaker.level())));
     QVERIFY(!output.moveToSink("no-such-sink"));
-}
 
-void TestPulseOutput::pausedIsSilent()
-{
-    Tone tone(1000);
-    PulseOutput output;
-    QVERIFY(output.open(
-        kRate, 1, "speaker", "music",
-        [&](char *buffer, std::size_t bytes) { return tone.fill(buffer, bytes); }, {}, nullptr));
-    // Opened corked: nothing sounds until it plays.
-    Monitor speaker("speaker");
-    QVERIFY(speaker.listen());
-    QVERIFY2(speaker.level() < -60, qPrintable(QString::number(speaker.level())));
-    output.setPlaying(true);
-    QVERIFY(speaker.listen());
-    QVERIFY(std::abs(speaker.pitch() - 1000) < 30);
+    // Paused again: what was on its way drains in the first moments of a second's listening.
     output.setPlaying(false);
-    QVERIFY(speaker.listen()); // a second of it: what was on its way drains in the first moments
-    QVERIFY2(speaker.level() < -60, qPrintable(QString::number(speaker.level())));
+    QVERIFY(earpiece.listen());
+    QVERIFY2(earpiece.level() < -60, qPrintable(QString::number(earpiece.level())));
 }
 
 void TestPulseOutput::namesItselfToTheServer()
