@@ -1,5 +1,7 @@
 #include "platform/AudioDecoder.h"
 
+#include "core/Log.h"
+
 #include <QDataStream>
 #include <QFile>
 
@@ -8,6 +10,7 @@ extern "C" {
 #include <libavformat/avformat.h>
 #include <libavutil/channel_layout.h>
 #include <libavutil/error.h>
+#include <libavutil/log.h>
 #include <libswresample/swresample.h>
 }
 
@@ -129,8 +132,32 @@ int AudioDecoder::OutputFormat::bytesPerFrame() const
     return channels * (sampleFormat == SampleFormat::Float ? int(sizeof(float)) : 2);
 }
 
+namespace {
+
+// FFmpeg's own warnings are a developer's business: they go to the diagnostic log, never to
+// the terminal of the user who started the program.
+void logFromFFmpeg(void *context, int level, const char *format, va_list arguments)
+{
+    if (level > av_log_get_level())
+        return;
+    char line[1024];
+    int printPrefix = 1;
+    av_log_format_line2(context, level, format, arguments, line, sizeof line, &printPrefix);
+    QString text = QString::fromUtf8(line).trimmed();
+    if (!text.isEmpty())
+        mylog(QStringLiteral("VantrelLog : %1").arg(text));
+}
+
+} // namespace
+
 AudioDecoder::AudioDecoder(const OutputFormat &format) : m_format(format)
 {
+    static const bool quiet = [] {
+        av_log_set_level(AV_LOG_WARNING);
+        av_log_set_callback(&logFromFFmpeg);
+        return true;
+    }();
+    Q_UNUSED(quiet);
     m_format.channels = std::clamp(m_format.channels, 1, 8);
     m_format.sampleRate = std::clamp(m_format.sampleRate, 8000, 384000);
     close();
