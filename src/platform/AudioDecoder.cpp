@@ -223,6 +223,15 @@ bool AudioDecoder::openStream()
 {
     Codec &c = *m_codec;
     const QByteArray name = QFile::encodeName(m_path);
+    c.format = avformat_alloc_context();
+    if (!c.format)
+        return fail(QStringLiteral("open"), reasonFor(AVERROR(ENOMEM)));
+    if (m_abort) {
+        c.format->interrupt_callback.callback = [](void *flag) -> int {
+            return static_cast<const std::atomic<bool> *>(flag)->load(std::memory_order_relaxed);
+        };
+        c.format->interrupt_callback.opaque = const_cast<std::atomic<bool> *>(m_abort);
+    }
     int result = avformat_open_input(&c.format, name.constData(), nullptr, nullptr);
     if (result == AVERROR_INVALIDDATA)
         return fail(QStringLiteral("open"),
@@ -334,8 +343,13 @@ bool AudioDecoder::countDuration()
 qint64 AudioDecoder::countFrames()
 {
     qint64 frames = 0;
-    while (decodeMore())
+    while (decodeMore()) {
         frames += qint64(m_pending.size() - m_pendingOffset) / m_format.bytesPerFrame();
+        if (m_abort && m_abort->load(std::memory_order_relaxed)) {
+            fail(QStringLiteral("open"), QStringLiteral("cancelled"));
+            break;
+        }
+    }
     m_pending.clear();
     m_pendingOffset = 0;
     return frames;

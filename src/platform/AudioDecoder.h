@@ -2,6 +2,7 @@
 
 #include <QString>
 #include <QtGlobal>
+#include <atomic>
 #include <memory>
 #include <vector>
 
@@ -37,6 +38,9 @@ public:
     bool open(const QString &path);
     void close();
     bool isOpen() const;
+    // A flag another thread may raise to cut short an open() that reads a slow or huge file;
+    // that open() then fails as cancelled. The flag must outlive the decoder.
+    void setAbortFlag(const std::atomic<bool> *flag) { m_abort = flag; }
     QString path() const { return m_path; }
     // The last failure: the operation, the path and the reason.
     QString errorString() const { return m_error; }
@@ -74,6 +78,7 @@ private:
     void measure(const void *data, qint64 frames);
 
     OutputFormat m_format;
+    const std::atomic<bool> *m_abort = nullptr;
     QString m_path;
     QString m_error;
     std::unique_ptr<Codec> m_codec;

@@ -3,9 +3,16 @@
 #include <QObject>
 #include <QString>
 
+class AudioOutputs;
+
 // The process's audio session. Its category is the whole of the speaker state:
 // "AVAudioSessionCategoryPlayback" plays through the loudspeaker and
 // "AVAudioSessionCategoryPlayAndRecord" through the receiver, phone held to the ear.
+//
+// Setting the category routes the sound. Where the phone's call-audio daemon runs, it
+// switches its speaker and the sound stays on the default output. Elsewhere the receiver is
+// the output whose name or description says earpiece, receiver or handset, and the
+// loudspeaker the default output (or, should that be the earpiece, the first other one).
 class AudioSession : public QObject
 {
     Q_OBJECT
@@ -22,12 +29,24 @@ public:
     // Answers false, and keeps the category, for a category it does not know.
     bool setCategory(const QString &category);
 
+    // The audio server's name of the output the category plays on; empty while the server's
+    // outputs are not known.
+    QString outputName() const;
+    bool hasOutput(const QString &name) const;
+
 signals:
     void categoryChanged(const QString &category);
     // Output devices appeared or vanished, or the output moved to another device.
     void routeChanged();
+    // outputName() answers something else.
+    void outputChanged();
 
 private:
-    using QObject::QObject;
+    explicit AudioSession(QObject *parent);
+    void outputsChanged();
+    void tellCallAudioDaemon();
+
     QString m_category { AVAudioSessionCategoryPlayback };
+    AudioOutputs *m_outputs; // a child
+    QString m_outputName;
 };

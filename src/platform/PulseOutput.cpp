@@ -3,6 +3,8 @@
 #include <pulse/pulseaudio.h>
 #include <pulse/thread-mainloop.h>
 
+#include <utility>
+
 namespace {
 
 // Holds the server thread's lock for a scope: every call into the context or the stream
@@ -137,6 +139,12 @@ bool PulseOutput::open(int sampleRate, int channels, const QString &sinkName,
             pa_stream_set_write_callback(m_stream, &PulseOutput::streamWritable, this);
             pa_stream_set_suspended_callback(m_stream, &PulseOutput::streamSuspended, this);
             pa_stream_set_moved_callback(m_stream, &PulseOutput::streamMoved, this);
+            pa_stream_set_event_callback(m_stream, &PulseOutput::streamEvent, this);
+            // Keeps what was heard known up to the moment a stream dies with its server.
+            pa_stream_set_latency_update_callback(
+                m_stream, [](pa_stream *, void *self) {
+                    static_cast<PulseOutput *>(self)->notePlayed();
+                }, this);
 
             pa_buffer_attr buffer {};
             buffer.maxlength = uint32_t(-1);
@@ -153,6 +161,7 @@ bool PulseOutput::open(int sampleRate, int channels, const QString &sinkName,
                                            sinkName.isEmpty() ? nullptr : sink.constData(), &buffer,
                                            flags, nullptr, nullptr) == 0 &&
                 waitFor([this] { return pa_stream_get_state(m_stream) == PA_STREAM_READY; }, error);
+            m_streamReady = opened;
         }
     }
     if (!opened)
@@ -171,6 +180,8 @@ void PulseOutput::close()
             pa_stream_set_write_callback(m_stream, nullptr, nullptr);
             pa_stream_set_suspended_callback(m_stream, nullptr, nullptr);
             pa_stream_set_moved_callback(m_stream, nullptr, nullptr);
+            pa_stream_set_event_callback(m_stream, nullptr, nullptr);
+            pa_stream_set_latency_update_callback(m_stream, nullptr, nullptr);
             pa_stream_disconnect(m_stream);
             pa_stream_unref(m_stream);
             m_stream = nullptr;
@@ -185,7 +196,13 @@ void PulseOutput::close()
     pa_threaded_mainloop_stop(m_loop);
     pa_threaded_mainloop_free(m_loop);
     m_loop = nullptr;
-    m_flushedAtUsec = 0;
+    m_timeBase = 0;
+    m_pendingRestarts = 0;
+    m_corked = true;
+    m_lastPlayedUsec = 0;
+    m_drained = nullptr;
+    m_streamFailed = false;
+    m_streamReady = false;
 }
 
 void PulseOutput::setPlaying(bool playing)
@@ -193,8 +210,15 @@ void PulseOutput::setPlaying(bool playing)
     const LoopLock lock(m_loop);
     if (!m_stream)
         return;
-    if (pa_operation *operation = pa_stream_cork(m_stream, playing ? 0 : 1, nullptr, nullptr))
+    // What was heard stays put while corked; the clock starts again from there.
+    notePlayed();
+    m_corked = !playing;
+    m_timeBase = -1;
+    if (pa_operation *operation =
+            pa_stream_cork(m_stream, playing ? 0 : 1, &PulseOutput::streamRestarted, this)) {
+        ++m_pendingRestarts;
         pa_operation_unref(operation);
+    }
 }
 
 void PulseOutput::flush()
@@ -202,10 +226,23 @@ void PulseOutput::flush()
     const LoopLock lock(m_loop);
     if (!m_stream)
         return;
-    pa_usec_t now = 0;
-    if (pa_stream_get_time(m_stream, &now) == 0)
-        m_flushedAtUsec = std::int64_t(now);
-    if (pa_operation *operation = pa_stream_flush(m_stream, nullptr, nullptr))
+    m_timeBase = -1;
+    m_lastPlayedUsec = 0;
+    if (pa_operation *operation = pa_stream_flush(m_stream, &PulseOutput::streamRestarted, this)) {
+        ++m_pendingRestarts;
+        pa_operation_unref(operation);
+    }
+    // A drain asked before the flush would otherwise answer for audio that was dropped.
+    m_drained = nullptr;
+}
+
+void PulseOutput::drain(std::function<void()> done)
+{
+    const LoopLock lock(m_loop);
+    if (!m_stream)
+        return;
+    m_drained = std::move(done);
+    if (pa_operation *operation = pa_stream_drain(m_stream, &PulseOutput::streamDrained, this))
         pa_operation_unref(operation);
 }
 
@@ -247,10 +284,39 @@ QString PulseOutput::sinkName() const
 std::int64_t PulseOutput::playedMicroseconds() const
 {
     const LoopLock lock(m_loop);
+    notePlayed();
+    return m_lastPlayedUsec;
+}
+
+void PulseOutput::notePlayed() const
+{
     pa_usec_t now = 0;
-    if (!m_stream || pa_stream_get_time(m_stream, &now) != 0)
-        return 0;
-    return std::max<std::int64_t>(0, std::int64_t(now) - m_flushedAtUsec);
+    // Until the server has answered the last flush, nothing of the new position was heard.
+    if (!m_stream || m_corked || m_timeBase < 0 || pa_stream_get_time(m_stream, &now) != 0)
+        return;
+    m_lastPlayedUsec = std::max(m_lastPlayedUsec, std::int64_t(now) - m_timeBase);
+}
+
+void PulseOutput::streamRestarted(pa_stream *stream, int, void *self)
+{
+    auto *output = static_cast<PulseOutput *>(self);
+    if (--output->m_pendingRestarts > 0)
+        return;
+    // The stream's clock is not to be trusted across a flush or a cork: a sink that renders
+    // far ahead takes back at a flush what it had not played, and the clock runs back by as
+    // much; a corked stream's clock may run on. What was heard goes on from the time the
+    // server states once it has done as asked.
+    if (pa_operation *operation = pa_stream_update_timing_info(
+            stream,
+            [](pa_stream *stream, int, void *self) {
+                auto *output = static_cast<PulseOutput *>(self);
+                pa_usec_t now = 0;
+                if (output->m_pendingRestarts == 0 && output->m_timeBase < 0 &&
+                    pa_stream_get_time(stream, &now) == 0)
+                    output->m_timeBase = std::int64_t(now) - output->m_lastPlayedUsec;
+            },
+            self))
+        pa_operation_unref(operation);
 }
 
 void PulseOutput::contextStateChanged(pa_context *context, void *self)
@@ -258,16 +324,45 @@ void PulseOutput::contextStateChanged(pa_context *context, void *self)
     auto *output = static_cast<PulseOutput *>(self);
     const pa_context_state_t state = pa_context_get_state(context);
     if ((state == PA_CONTEXT_FAILED || state == PA_CONTEXT_TERMINATED) && output->m_stream &&
-        output->m_events.failed)
+        !std::exchange(output->m_streamFailed, true) && output->m_events.failed)
         output->m_events.failed(
             QStringLiteral("the audio server went away: %1")
                 .arg(QString::fromUtf8(pa_strerror(pa_context_errno(context)))));
     pa_threaded_mainloop_signal(output->m_loop, 0);
 }
 
-void PulseOutput::streamStateChanged(pa_stream *, void *self)
+void PulseOutput::streamStateChanged(pa_stream *stream, void *self)
 {
-    pa_threaded_mainloop_signal(static_cast<PulseOutput *>(self)->m_loop, 0);
+    auto *output = static_cast<PulseOutput *>(self);
+    // A stream that fails while the server lives lost its device; the context reports the
+    // server going away itself.
+    if (output->m_streamReady && !PA_STREAM_IS_GOOD(pa_stream_get_state(stream)) &&
+        !output->m_streamFailed &&
+        pa_context_get_state(output->m_context) == PA_CONTEXT_READY) {
+        output->m_streamFailed = true;
+        if (output->m_events.failed)
+            output->m_events.failed(
+                QStringLiteral("the audio server dropped the stream: %1").arg(output->serverError()));
+    }
+    pa_threaded_mainloop_signal(output->m_loop, 0);
+}
+
+void PulseOutput::streamDrained(pa_stream *, int success, void *self)
+{
+    auto *output = static_cast<PulseOutput *>(self);
+    if (success && output->m_drained)
+        std::exchange(output->m_drained, nullptr)();
+}
+
+void PulseOutput::streamEvent(pa_stream *, const char *name, pa_proplist *, void *self)
+{
+    auto *output = static_cast<PulseOutput *>(self);
+    if (!output->m_events.corkRequested)
+        return;
+    if (qstrcmp(name, PA_STREAM_EVENT_REQUEST_CORK) == 0)
+        output->m_events.corkRequested(true);
+    else if (qstrcmp(name, PA_STREAM_EVENT_REQUEST_UNCORK) == 0)
+        output->m_events.corkRequested(false);
 }
 
 void PulseOutput::streamWritable(pa_stream *stream, std::size_t bytes, void *self)
@@ -296,9 +391,9 @@ void PulseOutput::streamSuspended(pa_stream *stream, void *self)
         output->m_events.suspendedChanged(pa_stream_is_suspended(stream) == 1);
 }
 
-void PulseOutput::streamMoved(pa_stream *, void *self)
+void PulseOutput::streamMoved(pa_stream *stream, void *self)
 {
     auto *output = static_cast<PulseOutput *>(self);
     if (output->m_events.moved)
-        output->m_events.moved();
+        output->m_events.moved(QString::fromUtf8(pa_stream_get_device_name(stream)));
 }

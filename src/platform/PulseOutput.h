@@ -6,6 +6,7 @@
 #include <functional>
 
 struct pa_context;
+struct pa_proplist;
 struct pa_stream;
 struct pa_threaded_mainloop;
 
@@ -27,8 +28,13 @@ public:
     {
         // The server suspended or corked the stream (a call on a phone), or let it go on.
         std::function<void(bool suspended)> suspendedChanged;
-        // The output device went away and the stream was moved, or the server is gone.
-        std::function<void()> moved;
+        // The server asks the stream to pause or to go on: a phone's audio policy corks media
+        // while a call rings.
+        std::function<void(bool cork)> corkRequested;
+        // The stream now plays on another sink: one it was moved to, or where the server
+        // rescued it when its device went away.
+        std::function<void(const QString &sinkName)> moved;
+        // The stream is gone: its device went away with nowhere to go, or the server did.
         std::function<void(const QString &reason)> failed;
     };
 
@@ -57,6 +63,10 @@ public:
     // The source has samples again after it answered 0: they are written at once, as far as
     // the server has room, rather than at its next request.
     void sourceReady();
+    // Plays what the stream holds even if it is less than the server waits for before it
+    // starts, and calls done on the server thread once all of it has been heard. A flush
+    // forgets the request.
+    void drain(std::function<void()> done);
     // Moves the stream to another sink while it plays; false when there is no such sink.
     bool moveToSink(const QString &sinkName);
     // The sink the stream plays on now.
@@ -72,6 +82,11 @@ private:
     static void streamWritable(pa_stream *stream, std::size_t bytes, void *self);
     static void streamSuspended(pa_stream *stream, void *self);
     static void streamMoved(pa_stream *stream, void *self);
+    static void streamEvent(pa_stream *stream, const char *name, pa_proplist *, void *self);
+    static void streamRestarted(pa_stream *stream, int success, void *self);
+    static void streamDrained(pa_stream *stream, int success, void *self);
+    // With the server thread's lock held, or on that thread.
+    void notePlayed() const;
     bool waitFor(const std::function<bool()> &ready, QString *error);
     QString serverError() const;
 
@@ -80,6 +95,12 @@ private:
     pa_stream *m_stream { nullptr };
     Source m_source;
     Events m_events;
-    std::int64_t m_flushedAtUsec { 0 }; // the stream's time at the last flush
+    std::int64_t m_timeBase { 0 }; // the stream's time after the last flush; -1 until known
+    int m_pendingRestarts { 0 }; // flushes and corks the server has not answered
+    bool m_corked { true };
+    mutable std::int64_t m_lastPlayedUsec { 0 };
     std::size_t m_frameBytes { 0 };
+    std::function<void()> m_drained; // the pending drain's answer, until a flush
+    bool m_streamReady { false }; // failures before it are open()'s to report
+    bool m_streamFailed { false };
 };

@@ -12,11 +12,16 @@ class Url
 public:
     // Nothing for text holding a character outside RFC 3986's set (a space, a quote, "<",
     // ">", "\", "^", "`", "{", "|", "}", a control or non-ASCII character) or a "%" not
-    // followed by two hex digits, or without a scheme.
+    // followed by two hex digits. Text without a scheme is a relative reference, such as a
+    // path, as long as no colon comes before its first slash.
     static std::optional<Url> urlWithString(const QString &text);
 
     QString toString() const { return m_text; }
-    QString scheme() const { return m_text.left(m_text.indexOf(u':')); }
+    // Empty for a relative reference.
+    QString scheme() const;
+    // The file a relative reference or a file: URL names, its percent escapes decoded;
+    // empty for any other URL.
+    QString fileSystemPath() const;
     // The same URL as a QUrl, when Qt can hold it unchanged.
     std::optional<QUrl> toQUrl() const;
 

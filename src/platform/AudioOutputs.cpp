@@ -1,0 +1,160 @@
+#include "AudioOutputs.h"
+
+#include "PulseOutput.h"
+
+#include <pulse/pulseaudio.h>
+
+#include <memory>
+
+namespace {
+constexpr int kRetryMs = 2000;
+}
+
+// One reading of the server's outputs, gathered across the answers of two requests.
+struct AudioOutputs::Listing
+{
+    AudioOutputs *owner { nullptr };
+    QList<Output> outputs;
+    QString defaultName;
+    int pending { 2 };
+    void finishOne()
+    {
+        if (--pending > 0)
+            return;
+        QMetaObject::invokeMethod(
+            owner, [owner = owner, outputs = outputs, name = defaultName] { owner->apply(outputs, name); },
+            Qt::QueuedConnection);
+        delete this;
+    }
+};
+
+AudioOutputs::AudioOutputs(QObject *parent) : QObject(parent)
+{
+    m_retry.setSingleShot(true);
+    m_retry.setInterval(kRetryMs);
+    connect(&m_retry, &QTimer::timeout, this, &AudioOutputs::connectToServer);
+    connectToServer();
+}
+
+AudioOutputs::~AudioOutputs()
+{
+    disconnectFromServer();
+}
+
+bool AudioOutputs::contains(const QString &name) const
+{
+    return std::any_of(m_outputs.begin(), m_outputs.end(),
+                       [&](const Output &output) { return output.name == name; });
+}
+
+void AudioOutputs::connectToServer()
+{
+    disconnectFromServer();
+    m_loop = pa_threaded_mainloop_new();
+    pa_proplist *properties = pa_proplist_new();
+    pa_proplist_sets(properties, PA_PROP_APPLICATION_NAME, PulseOutput::kApplicationName);
+    pa_proplist_sets(properties, PA_PROP_APPLICATION_ID, PulseOutput::kApplicationId);
+    m_context = pa_context_new_with_proplist(pa_threaded_mainloop_get_api(m_loop),
+                                             PulseOutput::kApplicationName, properties);
+    pa_proplist_free(properties);
+    pa_context_set_state_callback(m_context, &AudioOutputs::contextStateChanged, this);
+    pa_context_set_subscribe_callback(
+        m_context,
+        [](pa_context *, pa_subscription_event_type_t, uint32_t, void *self) {
+            static_cast<AudioOutputs *>(self)->refresh();
+        },
+        this);
+    if (pa_context_connect(m_context, nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0) {
+        disconnectFromServer();
+        m_retry.start();
+        return;
+    }
+    pa_threaded_mainloop_start(m_loop);
+}
+
+void AudioOutputs::disconnectFromServer()
+{
+    if (!m_loop)
+        return;
+    pa_threaded_mainloop_lock(m_loop);
+    pa_context_set_state_callback(m_context, nullptr, nullptr);
+    pa_context_set_subscribe_callback(m_context, nullptr, nullptr);
+    pa_context_disconnect(m_context);
+    pa_context_unref(m_context);
+    m_context = nullptr;
+    pa_threaded_mainloop_unlock(m_loop);
+    pa_threaded_mainloop_stop(m_loop);
+    pa_threaded_mainloop_free(m_loop);
+    m_loop = nullptr;
+}
+
+void AudioOutputs::contextStateChanged(pa_context *context, void *self)
+{
+    auto *outputs = static_cast<AudioOutputs *>(self);
+    switch (pa_context_get_state(context)) {
+    case PA_CONTEXT_READY:
+        if (pa_operation *operation = pa_context_subscribe(
+                context, pa_subscription_mask_t(PA_SUBSCRIPTION_MASK_SINK | PA_SUBSCRIPTION_MASK_SERVER),
+                nullptr, nullptr))
+            pa_operation_unref(operation);
+        outputs->refresh();
+        break;
+    case PA_CONTEXT_FAILED:
+    case PA_CONTEXT_TERMINATED:
+        // The server went away, or never was: no outputs until it is back.
+        QMetaObject::invokeMethod(
+            outputs,
+            [outputs] {
+                outputs->apply({}, {});
+                outputs->m_retry.start();
+            },
+            Qt::QueuedConnection);
+        break;
+    default:
+        break;
+    }
+}
+
+void AudioOutputs::refresh()
+{
+    // On the server thread, with its lock held.
+    auto *listing = new Listing;
+    listing->owner = this;
+    pa_operation *sinks = pa_context_get_sink_info_list(
+        m_context,
+        [](pa_context *, const pa_sink_info *info, int last, void *data) {
+            auto *listing = static_cast<Listing *>(data);
+            if (last)
+                listing->finishOne();
+            else if (info)
+                listing->outputs.append({ QString::fromUtf8(info->name),
+                                          QString::fromUtf8(info->description) });
+        },
+        listing);
+    if (sinks)
+        pa_operation_unref(sinks);
+    else
+        listing->finishOne();
+    pa_operation *server = pa_context_get_server_info(
+        m_context,
+        [](pa_context *, const pa_server_info *info, void *data) {
+            auto *listing = static_cast<Listing *>(data);
+            if (info && info->default_sink_name)
+                listing->defaultName = QString::fromUtf8(info->default_sink_name);
+            listing->finishOne();
+        },
+        listing);
+    if (server)
+        pa_operation_unref(server);
+    else
+        listing->finishOne();
+}
+
+void AudioOutputs::apply(const QList<Output> &outputs, const QString &defaultName)
+{
+    if (outputs == m_outputs && defaultName == m_defaultName)
+        return;
+    m_outputs = outputs;
+    m_defaultName = defaultName;
+    emit changed();
+}

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <QList>
+#include <QObject>
+#include <QString>
+#include <QTimer>
+
+struct pa_context;
+struct pa_threaded_mainloop;
+
+// The audio server's output devices as they come and go: their names, descriptions and the
+// default one. Reads them on a thread of libpulse's own and tells the thread that made it;
+// without an audio server the list is empty, and it is tried again now and then.
+class AudioOutputs : public QObject
+{
+    Q_OBJECT
+public:
+    struct Output
+    {
+        QString name;
+        QString description;
+        friend bool operator==(const Output &, const Output &) = default;
+    };
+
+    explicit AudioOutputs(QObject *parent = nullptr);
+    ~AudioOutputs() override;
+
+    QList<Output> outputs() const { return m_outputs; }
+    QString defaultName() const { return m_defaultName; }
+    bool contains(const QString &name) const;
+
+signals:
+    // The list or the default changed.
+    void changed();
+
+private:
+    struct Listing;
+    void connectToServer();
+    void disconnectFromServer();
+    void refresh();
+    void apply(const QList<Output> &outputs, const QString &defaultName);
+    static void contextStateChanged(pa_context *context, void *self);
+
+    pa_threaded_mainloop *m_loop { nullptr };
+    pa_context *m_context { nullptr };
+    QList<Output> m_outputs;
+    QString m_defaultName;
+    QTimer m_retry;
+};

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <QProcess>
+#include <QString>
+#include <QTemporaryDir>
+#include <map>
+#include <memory>
+
+// An audio server of the test's own, with the null sinks "speaker" (the default) and
+// "earpiece", for tests that take devices away or stop the server: the shared one of the
+// test run stays as the other tests expect it. Points PULSE_SERVER of this process at it.
+class PrivateSoundServer
+{
+public:
+    PrivateSoundServer();
+    ~PrivateSoundServer();
+
+    bool start();
+    void stop();
+    // pactl against this server; answers whether it succeeded.
+    bool pactl(const QStringList &arguments, QString *output = nullptr) const;
+    // Takes a sink away, as a device unplugged, and brings it back.
+    bool removeSink(const QString &name);
+    bool addSink(const QString &name, const QString &description);
+
+private:
+    // A null sink left idle waits up to two seconds between its rounds, where a device's sink
+    // reacts at once; a silent stream of low latency keeps each sink at a device's pace.
+    void keepBusy(const QString &sink);
+
+    QTemporaryDir m_dir;
+    struct Stop
+    {
+        void operator()(QProcess *process) const;
+    };
+    std::map<QString, std::unique_ptr<QProcess, Stop>> m_keepBusy;
+    QString m_socket;
+    QProcess m_server;
+};
