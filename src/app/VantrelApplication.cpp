@@ -56,6 +56,10 @@ void VantrelApplication::applicationDidFinishLaunching()
     // 5.
     _tableController = std::make_unique<TableController>(m_messagesDirectory);
 
+    // The player asks for the proximity rule at every change of its playing state.
+    connect(_tableController->playerController(), &VantrelPlayer::audioRouteChanged, this,
+            &VantrelApplication::audioRouteChanged);
+
     // 6. The list's own route handler.
     connect(AudioSession::sharedInstance(), &AudioSession::routeChanged, _tableController.get(),
             &TableController::audioRouteChanged);

@@ -162,6 +162,17 @@ void TableController::audioRouteChanged()
     Device::currentDevice()->setProximityMonitoringEnabled(receiver && _playerRunning);
 }
 
+void TableController::toggleSpeaker(Button *button)
+{
+    const bool wasLoud = AudioSession::sharedInstance()->category() ==
+                         AudioSession::AVAudioSessionCategoryPlayback;
+    AudioSession::sharedInstance()->setCategory(wasLoud
+                                                    ? AudioSession::AVAudioSessionCategoryPlayAndRecord
+                                                    : AudioSession::AVAudioSessionCategoryPlayback);
+    if (button)
+        button->setSelected(!wasLoud);
+}
+
 void TableController::openSettings()
 {
     const auto url = Url::urlWithString(QStringLiteral("prefs:root=Vantrel%20Plus"));

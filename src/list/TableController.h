@@ -93,6 +93,8 @@ public slots:
     // Output devices changed: proximity monitoring follows the receiver rule with this
     // screen's own playing flag.
     void audioRouteChanged();
+    // The same loudspeaker switch as the player's; no control of this screen is wired to it.
+    void toggleSpeaker(Button *button);
     void toggleEdit();
     void toggleSelectAll(BarButtonItem *sender);
     void openSettings();

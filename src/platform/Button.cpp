@@ -25,6 +25,12 @@ void Button::setBackgroundImage(const QString &imageName, State state)
     update();
 }
 
+void Button::setImageEdgeInsets(const QMargins &insets)
+{
+    m_imageInsets = insets;
+    update();
+}
+
 void Button::paintEvent(QPaintEvent *)
 {
     QPainter painter(this);
@@ -32,7 +38,7 @@ void Button::paintEvent(QPaintEvent *)
     QString name = m_images.value(m_selected ? State::Selected : State::Normal);
     if (name.isEmpty())
         name = m_images.value(State::Normal);
-    const QRect target = rect();
+    const QRect target = rect().marginsRemoved(m_imageInsets);
     if (isDown())
         painter.setOpacity(0.5);
     else if (!isEnabled())

@@ -2,6 +2,7 @@
 
 #include <QAbstractButton>
 #include <QHash>
+#include <QMargins>
 #include <QString>
 
 // A custom button with a selected state and an image for each state, drawn to fill the
@@ -24,6 +25,10 @@ public:
     // An image by name (see Images) for the state; a state without one shows Normal's.
     void setBackgroundImage(const QString &imageName, State state);
 
+    // The same, drawn inside the insets: a glyph smaller than the area that takes the tap.
+    void setImage(const QString &imageName, State state) { setBackgroundImage(imageName, state); }
+    void setImageEdgeInsets(const QMargins &insets);
+
     // The button's state has changed from outside; lays it out again (kept for callers that
     // ask a button to refresh after changing its selection).
     void layoutSubviews() { update(); }
@@ -39,6 +44,7 @@ protected:
 private:
     bool m_selected { false };
     QHash<State, QString> m_images;
+    QMargins m_imageInsets;
 };
 
 inline size_t qHash(Button::State state, size_t seed = 0)

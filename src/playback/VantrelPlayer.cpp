@@ -1,35 +1,99 @@
 #include "VantrelPlayer.h"
 
 #include "PlayerCell.h"
+#include "core/Log.h"
+#include "platform/AudioSession.h"
+#include "platform/Button.h"
 #include "platform/Screen.h"
+#include "platform/Url.h"
+#include "platform/View.h"
 
 #include <QEvent>
+#include <QLabel>
 
 namespace {
 QPointer<VantrelPlayer> s_sharedPlayer;
 constexpr double kContainerHeight = 53.5;
+constexpr int kSpeakerInset = 7;
+
+bool isLoud()
+{
+    return AudioSession::sharedInstance()->category() ==
+           AudioSession::AVAudioSessionCategoryPlayback;
+}
 } // namespace
 
 VantrelPlayer::VantrelPlayer(const QString &messagesDirectory, QObject *parent)
-    : QObject(parent), m_messagesDirectory(messagesDirectory), m_shelf(std::make_unique<QWidget>()),
-      m_container(new QWidget(m_shelf.get()))
+    : QObject(parent), m_messagesDirectory(messagesDirectory), m_shelf(std::make_unique<QWidget>())
 {
-    const QRect bounds = Screen::mainScreenBounds();
-    m_container->setGeometry(0, 0, bounds.width(), qRound(kContainerHeight));
+    // 1.
+    bounds = Screen::mainScreenBounds();
+    const int width = bounds.width();
+    // 2.
+    AudioSession::sharedInstance()->setCategory(AudioSession::AVAudioSessionCategoryPlayback);
+    // 3. Children are clipped to their parent, as the container's contents must be.
+    m_container = new QWidget(m_shelf.get());
     m_container->setObjectName(QStringLiteral("PlayerControls"));
+    m_container->setGeometry(0, 0, width, qRound(kContainerHeight));
     m_container->installEventFilter(this);
+    // 4. There is no media-player bundle to load: the scrub bar is part of the program.
+    // 5.
+    const QRectF progressFrame(56.5, 0, width - 114.5, 40);
+    m_progressView = new VantrelProgressView(progressFrame, m_container);
+    m_progressView->setShowTimeLabels(true);
+    m_progressView->setDelegate(this);
+    m_progressView->setFrame(progressFrame);
+    // 6.
+    m_playbackButton = new Button(m_container);
+    m_playbackButton->setObjectName(QStringLiteral("PlayButton"));
+    m_playbackButton->setGeometry(8, 0, 40, 40);
+    m_playbackButton->setImage(QStringLiteral("play"), Button::State::Normal);
+    m_playbackButton->setImage(QStringLiteral("pause"), Button::State::Selected);
+    connect(m_playbackButton, &Button::clicked, this, &VantrelPlayer::togglePlay);
+    // 7.
+    m_speakerButton = new Button(m_container);
+    m_speakerButton->setObjectName(QStringLiteral("SpeakerButton"));
+    m_speakerButton->setGeometry(width - 50, 0, 40, 40);
+    m_speakerButton->setImage(QStringLiteral("speaker"), Button::State::Normal);
+    m_speakerButton->setImage(QStringLiteral("speaker-selected"), Button::State::Selected);
+    connect(m_speakerButton, &Button::clicked, this,
+            [this] { toggleSpeaker(m_speakerButton); });
+    m_speakerButton->setImageEdgeInsets(
+        QMargins(kSpeakerInset, kSpeakerInset, kSpeakerInset, kSpeakerInset));
+    m_speakerButton->setSelected(isLoud());
+    // 8.
+    _errorView = new QWidget(m_container);
+    _errorView->setObjectName(QStringLiteral("PlayerError"));
+    _errorView->setGeometry(m_container->geometry());
+    _errorLabel = new QLabel(_errorView);
+    _errorLabel->setGeometry(_errorView->geometry());
+    QFont font = _errorLabel->font();
+    font.setPixelSize(15);
+    _errorLabel->setFont(font);
+    _errorLabel->setStyleSheet(QStringLiteral("color: red;"));
+    _errorLabel->setAlignment(Qt::AlignCenter);
+    setAlpha(_errorView, 0);
+    _errorView->installEventFilter(this);
+
+    for (Button *button : { m_playbackButton, m_speakerButton })
+        connect(button, &Button::selectedChanged, this, &VantrelPlayer::updateAccessibleNames);
+    updateAccessibleNames();
 
     m_removal.setSingleShot(true);
     m_removal.setInterval(kRemovalDelayMs);
     connect(&m_removal, &QTimer::timeout, this, [this] { m_container->setParent(m_shelf.get()); });
+    // 9.
     s_sharedPlayer = this;
 }
 
 VantrelPlayer::~VantrelPlayer()
 {
     // The controls go with the player, wherever they are shown.
-    m_container->removeEventFilter(this);
-    m_container->setParent(m_shelf.get());
+    m_player.reset();
+    for (QWidget *view : { m_container, _errorView }) {
+        view->removeEventFilter(this);
+        view->setParent(m_shelf.get());
+    }
 }
 
 VantrelPlayer *VantrelPlayer::sharedInstance()
@@ -37,29 +101,277 @@ VantrelPlayer *VantrelPlayer::sharedInstance()
     return s_sharedPlayer;
 }
 
+bool VantrelPlayer::isPlaying() const
+{
+    return m_player && m_player->isPlaying();
+}
+
+QString VantrelPlayer::errorText() const
+{
+    return _errorLabel->text();
+}
+
 bool VantrelPlayer::eventFilter(QObject *watched, QEvent *event)
 {
-    // A row that goes away while it shows the controls hands them back parentless.
-    if (watched == m_container && event->type() == QEvent::ParentChange && !m_container->parent())
-        m_container->setParent(m_shelf.get());
+    // A row that goes away while it shows the controls or the banner hands them back
+    // parentless.
+    auto *view = qobject_cast<QWidget *>(watched);
+    if ((view == m_container || view == _errorView) && event->type() == QEvent::ParentChange &&
+        !view->parent())
+        view->setParent(m_shelf.get());
     return QObject::eventFilter(watched, event);
+}
+
+void VantrelPlayer::updateAccessibleNames()
+{
+    // What a screen reader says is what pressing does, and the speaker's state.
+    m_playbackButton->setAccessibleName(m_playbackButton->isSelected() ? QStringLiteral("Pause")
+                                                                       : QStringLiteral("Play"));
+    m_speakerButton->setAccessibleName(m_speakerButton->isSelected()
+                                           ? QStringLiteral("Loudspeaker, on")
+                                           : QStringLiteral("Loudspeaker, off"));
+}
+
+std::unique_ptr<AudioPlayer> VantrelPlayer::makePlayer() const
+{
+    // The path is read as URL text, not as a file name: a name holding a character that URLs
+    // do not allow, such as a blank, cannot be opened.
+    const auto url = Url::urlWithString(m_urlString);
+    const QString path = url ? url->fileSystemPath() : QString();
+    if (path.isEmpty())
+        return nullptr;
+    auto player = std::make_unique<AudioPlayer>(path);
+    player->setMeteringEnabled(true);
+    return player;
+}
+
+void VantrelPlayer::resetErrorView()
+{
+    setAlpha(_errorView, 0);
+    _errorLabel->clear();
+    _errorView->setParent(m_shelf.get());
 }
 
 void VantrelPlayer::setupPlayerForCell(PlayerCell *cell)
 {
-    // A row closed and opened again in quick succession keeps its controls.
+    // 1. A row closed and opened again in quick succession keeps its controls.
     m_removal.stop();
     if (!cell)
         return;
-    m_urlString = cell->filePath().isNull()
-                      ? QString()
-                      : QStringLiteral("%1/%2").arg(m_messagesDirectory, cell->filePath());
-    m_container->setParent(cell->playerView());
-    m_container->setGeometry(0, 0, cell->playerView()->width(), qRound(kContainerHeight));
+    // 2.
+    const QString filePath = cell->filePath();
+    // 3.
+    resetErrorView();
+    // 4.
+    m_urlString = filePath.isNull() ? QString()
+                                    : QStringLiteral("%1/%2").arg(m_messagesDirectory, filePath);
+    // 5. The recording opens on the player's thread; the row learns which way it went.
+    m_player = makePlayer();
+    const QPointer<QWidget> playerView = cell->playerView();
+    const int fileSize = cell->fileSize();
+    const int fileDuration = cell->fileDuration();
+    if (!m_player) {
+        didLoadForCell(false, playerView, fileSize, fileDuration);
+        return;
+    }
+    connect(m_player.get(), &AudioPlayer::loaded, this,
+            [this, playerView, fileSize, fileDuration](bool ok) {
+                didLoadForCell(ok, playerView, fileSize, fileDuration);
+            });
+}
+
+void VantrelPlayer::didLoadForCell(bool ok, QPointer<QWidget> playerView, int fileSize,
+                                   int fileDuration)
+{
+    // 6. Whatever the reason, a recording that does not open shows the banner, worded by what
+    //    the row knows of its file.
+    if (!ok) {
+        if (m_player)
+            m_player.release()->deleteLater(); // it is still telling of its failure
+        setAlpha(_errorView, 1);
+        _errorLabel->setText(fileSize == 0 || fileDuration == 0 ? kEmptyFileText : kReadErrorText);
+        if (playerView) {
+            _errorView->setParent(playerView);
+            _errorView->show();
+        }
+        return;
+    }
+    // 7.
+    m_player->setMeteringEnabled(true);
+    m_player->setDelegate(this);
+    m_player->prepareToPlay();
+    m_progressView->setTotalDuration(m_player->duration());
+    if (!playerView)
+        return;
+    m_container->setParent(playerView);
+    m_container->setGeometry(0, 0, playerView->width(), qRound(kContainerHeight));
     m_container->show();
+    // By then the row has finished growing, and the scrub bar takes its final width.
+    QTimer::singleShot(kLayoutDelayMs, m_progressView, [view = m_progressView] {
+        view->layoutSubviews();
+    });
+}
+
+void VantrelPlayer::togglePlay()
+{
+    // 1. After destroyPlayer, the recording last set up is opened again.
+    if (!m_player) {
+        m_player = makePlayer();
+        if (!m_player) {
+            didLoadForPlay(false);
+            return;
+        }
+        connect(m_player.get(), &AudioPlayer::loaded, this, &VantrelPlayer::didLoadForPlay);
+        m_player->setDelegate(this);
+    }
+    // 2.
+    if (m_player->isPlaying())
+        m_player->pause();
+    else
+        m_player->play();
+    // 3.
+    handlePlaybackStateChanged();
+}
+
+void VantrelPlayer::didLoadForPlay(bool ok)
+{
+    if (ok)
+        return;
+    // The banner is shown wherever it is; it is not put into a row here.
+    if (m_player)
+        m_player.release()->deleteLater();
+    setAlpha(_errorView, 1);
+    _errorLabel->setText(kMissingFileText);
+}
+
+QTimer *VantrelPlayer::scheduleScrubberTimer()
+{
+    auto *timer = new QTimer(this);
+    timer->setTimerType(Qt::PreciseTimer);
+    timer->setInterval(kScrubberIntervalMs);
+    connect(timer, &QTimer::timeout, this, &VantrelPlayer::updateScrubber);
+    timer->start();
+    return timer;
+}
+
+void VantrelPlayer::invalidateTimer()
+{
+    if (m_playerTimer) {
+        m_playerTimer->stop();
+        m_playerTimer->deleteLater();
+    }
+    m_playerTimer = nullptr;
+}
+
+void VantrelPlayer::handlePlaybackStateChanged()
+{
+    // 1.
+    const bool playing = isPlaying();
+    // 2. and 3. A timer already running is left to run beside the new one.
+    if (playing) {
+        _playerWasPlaying = true;
+        m_playerTimer = scheduleScrubberTimer();
+    } else {
+        invalidateTimer();
+    }
+    // 4.
+    m_playbackButton->setSelected(playing);
+    // 5.
+    emit audioRouteChanged();
+}
+
+void VantrelPlayer::updateScrubber()
+{
+    m_progressView->setCurrentTime(m_player ? m_player->currentTime() : 0);
+}
+
+double VantrelPlayer::audioLevelForChannel(int channel)
+{
+    if (!m_player)
+        return 0;
+    m_player->updateMeters();
+    return m_player->averagePowerForChannel(channel);
+}
+
+void VantrelPlayer::toggleSpeaker(Button *button)
+{
+    const bool wasLoud = isLoud();
+    AudioSession::sharedInstance()->setCategory(wasLoud
+                                                    ? AudioSession::AVAudioSessionCategoryPlayAndRecord
+                                                    : AudioSession::AVAudioSessionCategoryPlayback);
+    if (button)
+        button->setSelected(!wasLoud);
+}
+
+void VantrelPlayer::progressViewDidBeginScrubbing(VantrelProgressView *)
+{
+    // The sound goes on while the knob is dragged.
+    invalidateTimer();
+}
+
+void VantrelPlayer::progressViewDidScrubToCurrentTime(VantrelProgressView *, double seconds)
+{
+    if (m_player)
+        m_player->setCurrentTime(seconds);
+}
+
+void VantrelPlayer::progressViewDidEndScrubbing(VantrelProgressView *)
+{
+    if (isPlaying())
+        m_playerTimer = scheduleScrubberTimer();
+}
+
+void VantrelPlayer::audioPlayerDidFinishPlaying(AudioPlayer *, bool)
+{
+    m_progressView->setCurrentTime(0);
+    handlePlaybackStateChanged();
+    m_playbackButton->setSelected(false);
+    emit audioRouteChanged();
+}
+
+void VantrelPlayer::audioPlayerBeginInterruption(AudioPlayer *player)
+{
+    player->pause();
+    handlePlaybackStateChanged();
+}
+
+void VantrelPlayer::audioPlayerBeginInterruption(AudioPlayer *player, unsigned)
+{
+    audioPlayerBeginInterruption(player);
+}
+
+void VantrelPlayer::audioPlayerEndInterruption(AudioPlayer *player)
+{
+    if (!_playerWasPlaying)
+        return;
+    player->play();
+    handlePlaybackStateChanged();
+}
+
+void VantrelPlayer::audioPlayerDecodeErrorDidOccur(AudioPlayer *, const QString &error)
+{
+    if (!error.isEmpty())
+        mylog(QStringLiteral("ERROR:%1").arg(error));
 }
 
 void VantrelPlayer::destroyPlayer(PlayerCell *)
 {
+    // 1.
+    resetErrorView();
+    // 2.
+    if (m_player)
+        m_player->stop();
+    // 3.
+    invalidateTimer();
+    // 4.
+    emit audioRouteChanged();
+    // 5.
+    m_player.reset();
+    // 6. Nothing is looked up: the row is not needed to take the controls down.
+    // 7.
     m_removal.start();
+    // 8.
+    m_playbackButton->setSelected(false);
+    // 9.
+    m_progressView->setCurrentTime(0);
 }

@@ -1,21 +1,26 @@
 #pragma once
 
+#include "platform/AudioPlayer.h"
+#include "playback/VantrelProgressView.h"
+
 #include <QObject>
 #include <QPointer>
+#include <QRect>
 #include <QTimer>
-#include <QWidget>
 #include <memory>
 
+class Button;
 class PlayerCell;
+class QLabel;
 
-// The one playback controller: it owns one set of playback controls in a container and
-// moves that container into whichever row is opened for playing. The list calls
-// destroyPlayer on the previous row first, then setupPlayerForCell on the new one.
+// The one playback controller: it owns one set of playback controls (play/pause, the scrub
+// bar, the speaker switch and an error banner, in one container) and moves that set into
+// whichever row is opened for playing. The list calls destroyPlayer on the previous row
+// first, then setupPlayerForCell on the new one. It plays one recording at a time.
 //
-// The container is empty as yet: the play button, scrub bar, speaker switch and the audio
-// player itself are built into it when playback lands. Until then an opened row shows the
-// empty container in its lower half, nothing plays and isPlaying answers false.
-class VantrelPlayer : public QObject
+// The recording is opened on the player's own thread, so a slow or huge file never holds up
+// the list: the controls, or the banner, land in the row once it is known which.
+class VantrelPlayer : public QObject, public AudioPlayerDelegate, public VantrelProgressViewDelegate
 {
     Q_OBJECT
 public:
@@ -25,29 +30,90 @@ public:
     // The last player made while it lives, or null; never makes one.
     static VantrelPlayer *sharedInstance();
 
-    bool isPlaying() const { return false; }
+    bool isPlaying() const;
+    AudioPlayer *player() const { return m_player.get(); }
+    VantrelProgressView *progressView() const { return m_progressView; }
+    Button *playbackButton() const { return m_playbackButton; }
+    Button *speakerButton() const { return m_speakerButton; }
     QWidget *container() const { return m_container; }
+    QWidget *errorView() const { return _errorView; }
+    QString errorText() const;
     // Full path of the recording last set up.
     QString urlString() const { return m_urlString; }
 
-    // Puts the controls into the cell's player view.
+    // Loads the row's recording and puts the controls, or the error banner, into the row's
+    // player view.
     void setupPlayerForCell(PlayerCell *cell);
-    // Takes the controls down from whichever row holds them, a moment later, once the row
-    // has begun to close. The cell is not consulted.
+    // Stops and lets go of the recording and takes the controls out of the row a moment
+    // later, once the row has begun to close. The cell is not consulted.
     void destroyPlayer(PlayerCell *cell);
+
+    void togglePlay();
+    void toggleSpeaker(Button *button);
+    // Brings the timer, the play button and the route in step with the playing state.
+    void handlePlaybackStateChanged();
+    void updateScrubber();
+    // Decibels of what plays on the channel; nothing in the application asks.
+    double audioLevelForChannel(int channel);
+
+    // The audio player's delegate.
+    void audioPlayerDidFinishPlaying(AudioPlayer *player, bool successfully) override;
+    void audioPlayerBeginInterruption(AudioPlayer *player) override;
+    void audioPlayerBeginInterruption(AudioPlayer *player, unsigned options) override;
+    void audioPlayerEndInterruption(AudioPlayer *player) override;
+    void audioPlayerDecodeErrorDidOccur(AudioPlayer *player, const QString &error) override;
+
+    // The scrub bar's delegate.
+    void progressViewDidBeginScrubbing(VantrelProgressView *view) override;
+    void progressViewDidScrubToCurrentTime(VantrelProgressView *view, double seconds) override;
+    void progressViewDidEndScrubbing(VantrelProgressView *view) override;
 
     // How long the controls stay in a closing row.
     static constexpr int kRemovalDelayMs = 50;
+    // How long an opening row takes to grow before the scrub bar lays itself out.
+    static constexpr int kLayoutDelayMs = 175;
+    static constexpr int kScrubberIntervalMs = 10;
+
+    static inline const QString kEmptyFileText =
+        QStringLiteral("Failed to load. File is empty (0 bytes)");
+    static inline const QString kReadErrorText = QStringLiteral("Failed to load. File read error.");
+    static inline const QString kMissingFileText =
+        QStringLiteral("Failed to load. File is missing.");
+
+signals:
+    // The playing state changed or the player came down: the application applies its
+    // proximity rule.
+    void audioRouteChanged();
 
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
+    // The recording at urlString, opening; null when the text is not a URL.
+    std::unique_ptr<AudioPlayer> makePlayer() const;
+    void didLoadForCell(bool ok, QPointer<QWidget> playerView, int fileSize, int fileDuration);
+    void didLoadForPlay(bool ok);
+    QTimer *scheduleScrubberTimer();
+    void invalidateTimer();
+    void resetErrorView();
+    void updateAccessibleNames();
+
+    bool _playerWasPlaying { false }; // never reset: any interruption's end resumes
+    QRect bounds;
+    QWidget *_errorView; // in the container's place; a child of the shelf or a player view
+    QLabel *_errorLabel;
+
     QString m_messagesDirectory;
     QString m_urlString;
-    // Holds the controls while they are in no row. A row's player view holds them while they
-    // are shown; a row that goes away hands them back here.
+    std::unique_ptr<AudioPlayer> m_player;
+    // Holds the controls and the banner while they are in no row. A row's player view holds
+    // them while they are shown; a row that goes away hands them back here.
     std::unique_ptr<QWidget> m_shelf;
     QWidget *m_container; // a child of the shelf or of a row's player view
+    VantrelProgressView *m_progressView;
+    Button *m_playbackButton;
+    Button *m_speakerButton;
+    // The scrubber timer while audio plays; a timer replaced while it runs keeps running.
+    QPointer<QTimer> m_playerTimer;
     QTimer m_removal;
 };

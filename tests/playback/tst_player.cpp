@@ -1,0 +1,247 @@
+#include "ListScreen.h"
+#include "PrivateSoundServer.h"
+#include "SoundMonitor.h"
+#include "TestSupport.h"
+#include "platform/AudioSession.h"
+#include "platform/Button.h"
+#include "playback/PlayerCell.h"
+#include "playback/VantrelPlayer.h"
+
+#include <QFile>
+#include <QLabel>
+#include <QProcess>
+#include <QTest>
+
+namespace {
+
+bool ffmpegTone(const QString &path, double seconds, int pitch = 440)
+{
+    QProcess process;
+    process.start("ffmpeg", { "-hide_banner", "-loglevel", "error", "-y", "-f", "lavfi", "-i",
+                              QString("aevalsrc=0.5*sin(2*PI*%1*t):s=8000:d=%2").arg(pitch).arg(seconds),
+                              "-c:a", "pcm_alaw", path });
+    return process.waitForFinished(60000) && process.exitCode() == 0;
+}
+
+// A row as the player sees it, with the sizes a list could give it.
+struct Row : PlayerCell
+{
+    QWidget *playerView() const override { return view.get(); }
+    QString filePath() const override { return name; }
+    int fileSize() const override { return size; }
+    int fileDuration() const override { return duration; }
+    std::unique_ptr<QWidget> view = std::make_unique<QWidget>();
+    QString name;
+    int size = 0;
+    int duration = 0;
+};
+
+void click(QWidget *button)
+{
+    QTest::mouseClick(button, Qt::LeftButton, {}, button->rect().center());
+}
+
+} // namespace
+
+// The inline player as a listener meets it: the row's controls, what the sinks play, and the
+// banners of recordings that do not open.
+class TestPlayer : public QObject
+{
+    Q_OBJECT
+private slots:
+    void initTestCase() { QVERIFY(m_server.start()); }
+    void cleanup();
+    void playsToTheEndAndAgain();
+    void scrubbingMovesWhatIsHeard();
+    void speakerButtonMovesTheSound();
+    void closingAndReopeningAtOnceKeepsTheControls();
+    void bannersForRecordingsThatDoNotOpen_data();
+    void bannersForRecordingsThatDoNotOpen();
+    void brokenRecordingInTheList();
+
+private:
+    // Opens the list over one recording of the given length and taps its row open.
+    VantrelPlayer *openRow(double seconds, int pitch = 440);
+
+    PrivateSoundServer m_server;
+    std::unique_ptr<ListScreen> m_screen;
+};
+
+void TestPlayer::cleanup()
+{
+    m_screen.reset();
+    AudioSession::sharedInstance()->setCategory(AudioSession::AVAudioSessionCategoryPlayback);
+}
+
+VantrelPlayer *TestPlayer::openRow(double seconds, int pitch)
+{
+    m_screen = std::make_unique<ListScreen>();
+    const QString name =
+        TestSupport::recordingName("TEL", "+15551234567", "15-Nov-2026-22-10-07");
+    QDir().mkpath(m_screen->messages());
+    if (!ffmpegTone(m_screen->messages() + '/' + name, seconds, pitch))
+        return nullptr;
+    m_screen->open();
+    m_screen->tapRow(0);
+    VantrelPlayer *player = m_screen->list()->playerController();
+    // The controls land in the row once the recording has opened.
+    if (!QTest::qWaitFor([&] { return player->playbackButton()->isVisible(); }))
+        return nullptr;
+    return player;
+}
+
+void TestPlayer::playsToTheEndAndAgain()
+{
+    VantrelPlayer *player = openRow(1.5);
+    QVERIFY(player);
+    QVERIFY(m_screen->cell(0)->playerView()->isAncestorOf(player->playbackButton()));
+    QCOMPARE(player->playbackButton()->accessibleName(), "Play");
+    QCOMPARE(player->speakerButton()->accessibleName(), "Loudspeaker, on");
+    SoundMonitor speaker("speaker");
+
+    for (int round = 0; round < 2; ++round) {
+        click(player->playbackButton());
+        QCOMPARE(player->playbackButton()->accessibleName(), "Pause");
+        QVERIFY2(speaker.hears(440), qPrintable(speaker.description()));
+        // The knob and the times follow what is heard.
+        QTRY_VERIFY(player->progressView()->currentTime() > 0.2);
+        QVERIFY2(player->progressView()->accessibleName().startsWith("Playback position, 0:0"),
+                 qPrintable(player->progressView()->accessibleName()));
+
+        // At the end the knob goes home and the button offers play again.
+        QTRY_COMPARE_WITH_TIMEOUT(player->playbackButton()->accessibleName(), "Play", 4000);
+        QCOMPARE(player->progressView()->currentTime(), 0.0);
+        QTest::qWait(50);
+        QCOMPARE(player->progressView()->currentTime(), 0.0);
+        QVERIFY(speaker.hearsSilence());
+    }
+}
+
+void TestPlayer::scrubbingMovesWhatIsHeard()
+{
+    // 440 Hz for the first half, 1 kHz for the second.
+    m_screen = std::make_unique<ListScreen>();
+    const QString name = TestSupport::recordingName("TEL", "+15551234567", "15-Nov-2026-22-10-07");
+    QDir().mkpath(m_screen->messages());
+    QProcess ffmpeg;
+    ffmpeg.start("ffmpeg", { "-hide_banner", "-loglevel", "error", "-y", "-f", "lavfi", "-i",
+                             "aevalsrc=0.5*sin(2*PI*if(lt(t\\,30)\\,440\\,1000)*t):s=8000:d=60",
+                             "-c:a", "pcm_alaw", m_screen->messages() + '/' + name });
+    QVERIFY(ffmpeg.waitForFinished(60000) && ffmpeg.exitCode() == 0);
+    m_screen->open();
+    m_screen->tapRow(0);
+    VantrelPlayer *player = m_screen->list()->playerController();
+    QTRY_VERIFY(player->playbackButton()->isVisible());
+    SoundMonitor speaker("speaker");
+    click(player->playbackButton());
+    QVERIFY(speaker.hears(440));
+
+    // Right on the keyboard, as on a slider, six times: 30 s later only the second tone sounds.
+    VantrelProgressView *bar = player->progressView();
+    bar->setFocus();
+    for (int press = 0; press < 6; ++press)
+        QTest::keyClick(bar, Qt::Key_Right);
+    QVERIFY2(speaker.hears(1000), qPrintable(speaker.description()));
+    QTRY_VERIFY2(bar->currentTime() > 30, qPrintable(QString::number(bar->currentTime())));
+    QVERIFY(player->isPlaying());
+}
+
+void TestPlayer::speakerButtonMovesTheSound()
+{
+    VantrelPlayer *player = openRow(60);
+    QVERIFY(player);
+    SoundMonitor speaker("speaker");
+    SoundMonitor earpiece("earpiece");
+    click(player->playbackButton());
+    QVERIFY(speaker.hears(440));
+
+    // To the ear: the receiver plays and the loudspeaker falls silent.
+    click(player->speakerButton());
+    QCOMPARE(player->speakerButton()->accessibleName(), "Loudspeaker, off");
+    QCOMPARE(AudioSession::sharedInstance()->category(),
+             AudioSession::AVAudioSessionCategoryPlayAndRecord);
+    QVERIFY2(earpiece.hears(440), qPrintable(earpiece.description()));
+    QVERIFY2(speaker.hearsSilence(), qPrintable(speaker.description()));
+    QVERIFY(player->isPlaying());
+
+    click(player->speakerButton());
+    QCOMPARE(player->speakerButton()->accessibleName(), "Loudspeaker, on");
+    QVERIFY(speaker.hears(440));
+    QVERIFY(earpiece.hearsSilence());
+}
+
+void TestPlayer::closingAndReopeningAtOnceKeepsTheControls()
+{
+    VantrelPlayer *player = openRow(2);
+    QVERIFY(player);
+    m_screen->tapRow(0); // closes
+    m_screen->tapRow(0); // and opens again before the controls leave
+    QTest::qWait(VantrelPlayer::kRemovalDelayMs * 4);
+    QTRY_VERIFY(player->playbackButton()->isVisible());
+    QVERIFY(m_screen->cell(0)->playerView()->isAncestorOf(player->playbackButton()));
+    SoundMonitor speaker("speaker");
+    click(player->playbackButton());
+    QVERIFY(speaker.hears(440));
+}
+
+void TestPlayer::bannersForRecordingsThatDoNotOpen_data()
+{
+    QTest::addColumn<QByteArray>("contents");
+    QTest::addColumn<int>("size");     // what the row knows of its file
+    QTest::addColumn<int>("duration");
+    QTest::addColumn<QString>("banner");
+    QTest::newRow("empty file") << QByteArray() << 0 << 0 << VantrelPlayer::kEmptyFileText;
+    QTest::newRow("a row that knows no length")
+        << QByteArray("not audio") << 9 << 0 << VantrelPlayer::kEmptyFileText;
+    QTest::newRow("text named .caf")
+        << QByteArray("Call me back\n") << 13 << 4 << VantrelPlayer::kReadErrorText;
+    QTest::newRow("cut short") << QByteArray("caff\0\1\0\0", 8) << 8 << 4
+                               << VantrelPlayer::kReadErrorText;
+}
+
+void TestPlayer::bannersForRecordingsThatDoNotOpen()
+{
+    QFETCH(QByteArray, contents);
+    QFETCH(int, size);
+    QFETCH(int, duration);
+    QFETCH(QString, banner);
+    QTemporaryDir messages;
+    Row row;
+    row.name = "msg-_TEL-_555-_15-Nov-2026-22-10-07.caf";
+    row.size = size;
+    row.duration = duration;
+    QVERIFY(TestSupport::writeFile(messages.filePath(row.name), contents));
+    VantrelPlayer player(messages.path());
+    player.setupPlayerForCell(&row);
+    // The banner alone is shown, in red, where the controls would be.
+    QTRY_VERIFY(row.view->isAncestorOf(player.errorView()));
+    QCOMPARE(player.errorText(), banner);
+    QVERIFY(!row.view->isAncestorOf(player.playbackButton()));
+
+    // Play pressed after the row came down, with the file gone: the third banner.
+    player.destroyPlayer(&row);
+    QVERIFY(!row.view->isAncestorOf(player.errorView()));
+    QFile::remove(messages.filePath(row.name));
+    player.togglePlay();
+    QTRY_COMPARE(player.errorText(), VantrelPlayer::kMissingFileText);
+    QVERIFY(!player.isPlaying());
+    QVERIFY(!player.playbackButton()->isSelected());
+}
+
+void TestPlayer::brokenRecordingInTheList()
+{
+    // The list knows neither size nor length of its rows, so any recording that does not open
+    // reads as empty.
+    m_screen = std::make_unique<ListScreen>();
+    m_screen->addRecording("TEL", "+15551234567", "15-Nov-2026-22-10-07");
+    m_screen->open();
+    m_screen->tapRow(0);
+    VantrelPlayer *player = m_screen->list()->playerController();
+    QTRY_VERIFY(m_screen->cell(0)->playerView()->isAncestorOf(player->errorView()));
+    QCOMPARE(player->errorText(), VantrelPlayer::kEmptyFileText);
+    QVERIFY(player->errorView()->isVisible());
+    QVERIFY(!player->playbackButton()->isVisible());
+}
+
+QTEST_MAIN(TestPlayer)
+#include "tst_player.moc"
