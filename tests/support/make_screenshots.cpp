@@ -9,6 +9,9 @@
 #include "list/VTCell.h"
 
 #include <QScrollBar>
+#include "platform/Button.h"
+#include "playback/VantrelPlayer.h"
+
 #include <QTest>
 
 #include <cstdio>
@@ -59,7 +62,16 @@ int main(int argc, char *argv[])
 
     bool ok = save(window, output + "/list.png");
     tapRow(table, 1);
-    ok = save(window, output + "/open-row.png") && ok;
+    // Playing: the knob a second and a half along, the button offering pause.
+    VantrelPlayer *player = application.tableController()->playerController();
+    if (!QTest::qWaitFor([&] { return player->playbackButton()->isVisible(); }))
+        return 1;
+    QTest::mouseClick(player->playbackButton(), Qt::LeftButton);
+    QTest::qWait(1500);
+    if (!player->isPlaying())
+        std::fprintf(stderr, "the recording does not play: is an audio server running?\n");
+    ok = save(window, output + "/playing-row.png") && ok;
+    player->togglePlay();
     auto *cell = qobject_cast<VTCell *>(table->cellForRowAtIndexPath({ 0, 3 }));
     if (!cell)
         return 1;
