@@ -1,5 +1,6 @@
 #include "PrivateSoundServer.h"
 #include "SoundMonitor.h"
+#include "TestSupport.h"
 #include "platform/AudioPlayer.h"
 #include "platform/AudioSession.h"
 
@@ -64,6 +65,7 @@ private slots:
     void filesItCannotPlay_data();
     void filesItCannotPlay();
     void noAudioServer();
+    void theDemoRecordingsPlay();
 
 private:
     // A player of the file, loaded, with the listener as its delegate.
@@ -287,6 +289,23 @@ void TestAudioPlayer::noAudioServer()
     QCOMPARE(m_listener.calls[1], "failed");
     QVERIFY(!player->isPlaying());
     QVERIFY(m_server.start());
+}
+
+void TestAudioPlayer::theDemoRecordingsPlay()
+{
+    const QDir samples(TestSupport::samplesDirectory());
+    const QStringList recordings = samples.entryList({ "*.caf" });
+    QVERIFY(!recordings.isEmpty());
+    for (const QString &name : recordings) {
+        const auto player = load(samples.filePath(name));
+        QVERIFY2(player, qPrintable(name));
+        QVERIFY2(player->duration() > 1, qPrintable(name));
+        const qint64 before = player->handedOverBytes();
+        player->play();
+        // A quarter second of it reaches the server.
+        QTRY_VERIFY2(player->handedOverBytes() - before > 48000, qPrintable(name));
+    }
+    QVERIFY(m_listener.calls.isEmpty());
 }
 
 QTEST_GUILESS_MAIN(TestAudioPlayer)
