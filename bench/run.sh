@@ -1,5 +1,5 @@
 #!/bin/sh
-# Builds the benchmarks and runs them one after the other; about two minutes on two cores
+# Builds the benchmarks and runs them one after the other; about five minutes on two cores
 # once built. Results only: nothing here passes or fails on a timing.
 # BUILD_DIR overrides the build directory (default: build/ at the top of the source tree).
 set -eu

@@ -24,7 +24,7 @@ struct AudioOutputs::Listing
         QMetaObject::invokeMethod(
             owner, [owner = owner, outputs = outputs, name = defaultName] { owner->apply(outputs, name); },
             Qt::QueuedConnection);
-        delete this;
+        std::erase_if(owner->m_listings, [this](const auto &listing) { return listing.get() == this; });
     }
 };
 
@@ -86,6 +86,7 @@ void AudioOutputs::disconnectFromServer()
     pa_threaded_mainloop_stop(m_loop);
     pa_threaded_mainloop_free(m_loop);
     m_loop = nullptr;
+    m_listings.clear();
 }
 
 void AudioOutputs::contextStateChanged(pa_context *context, void *self)
@@ -118,7 +119,8 @@ void AudioOutputs::contextStateChanged(pa_context *context, void *self)
 void AudioOutputs::refresh()
 {
     // On the server thread, with its lock held.
-    auto *listing = new Listing;
+    // Kept here rather than by the requests: a server that goes away drops them unanswered.
+    auto *listing = m_listings.emplace_back(std::make_unique<Listing>()).get();
     listing->owner = this;
     pa_operation *sinks = pa_context_get_sink_info_list(
         m_context,

@@ -4,6 +4,8 @@
 #include <QObject>
 #include <QString>
 #include <QTimer>
+#include <memory>
+#include <vector>
 
 struct pa_context;
 struct pa_threaded_mainloop;
@@ -46,4 +48,6 @@ private:
     QList<Output> m_outputs;
     QString m_defaultName;
     QTimer m_retry;
+    // The readings under way; touched only on the server thread while it runs.
+    std::vector<std::unique_ptr<Listing>> m_listings;
 };

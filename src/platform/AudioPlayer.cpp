@@ -466,7 +466,10 @@ void AudioPlayer::didLoseOutput(const QString &reason)
     if (m_delegate)
         m_delegate->audioPlayerDecodeErrorDidOccur(this,
                                                    QStringLiteral("play %1: %2").arg(m_path, reason));
-    if (m_playing) {
+    // The server's outputs may have vanished a moment earlier and interrupted playback
+    // already: either way the stream is made again once the server is back.
+    m_lostSink.clear();
+    if (m_playing || m_interrupted) {
         setInterrupted(true);
         m_reconnect.start();
     }

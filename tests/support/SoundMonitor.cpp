@@ -73,7 +73,8 @@ QList<qint16> SoundMonitor::tail() const
     const qsizetype count = m_samples.size() / 2;
     const qsizetype taken = std::min(count, kTailSamples);
     QList<qint16> samples(taken);
-    std::memcpy(samples.data(), m_samples.constData() + 2 * (count - taken), 2 * taken);
+    if (taken > 0)
+        std::memcpy(samples.data(), m_samples.constData() + 2 * (count - taken), 2 * taken);
     return samples;
 }
 
