@@ -5,6 +5,7 @@
 #include "platform/AudioSession.h"
 
 #include <QDir>
+#include <cstdio>
 #include <QProcess>
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -62,6 +63,7 @@ private slots:
     void theReceiverTakesTheSound();
     void interruptions_data();
     void interruptions();
+    void aFileRemovedOrReplacedWhilePlayingPlaysOn();
     void filesItCannotPlay_data();
     void filesItCannotPlay();
     void noAudioServer();
@@ -192,6 +194,7 @@ void TestAudioPlayer::interruptions_data()
     QTest::newRow("the server suspends the device") << "suspend" << "speaker";
     QTest::newRow("the receiver is unplugged") << "unplug" << "earpiece";
     QTest::newRow("the server goes away") << "server" << "speaker";
+    QTest::newRow("a call corks the music") << "call" << "speaker";
 }
 
 void TestAudioPlayer::interruptions()
@@ -207,12 +210,19 @@ void TestAudioPlayer::interruptions()
     QTRY_COMPARE(player->outputName(), sink);
     QVERIFY(SoundMonitor(sink).hears(440));
 
-    if (what == "suspend")
+    // A phone's policy corks music while a stream of the phone role plays.
+    QProcess call;
+    if (what == "suspend") {
         QVERIFY(m_server.pactl({ "suspend-sink", sink, "1" }));
-    else if (what == "unplug")
+    } else if (what == "unplug") {
         QVERIFY(m_server.removeSink(sink));
-    else
+    } else if (what == "call") {
+        QVERIFY(m_server.pactl({ "load-module", "module-role-cork" }));
+        call.setStandardInputFile("/dev/zero");
+        call.start("pacat", { "--playback", "--raw", "--property=media.role=phone" });
+    } else {
         m_server.stop();
+    }
     QTRY_VERIFY2(m_listener.calls.contains("begin interruption"),
                  qPrintable(m_listener.calls.join('|')));
     QVERIFY(!player->isPlaying());
@@ -224,12 +234,16 @@ void TestAudioPlayer::interruptions()
         QVERIFY(speaker.hearsSilence());
     }
 
-    if (what == "suspend")
+    if (what == "suspend") {
         QVERIFY(m_server.pactl({ "suspend-sink", sink, "0" }));
-    else if (what == "unplug")
+    } else if (what == "unplug") {
         QVERIFY(m_server.addSink(sink, "Earpiece"));
-    else
+    } else if (what == "call") {
+        call.kill();
+        call.waitForFinished();
+    } else {
         QVERIFY(m_server.start());
+    }
     QTRY_VERIFY_WITH_TIMEOUT(m_listener.calls.endsWith("end interruption"), 15000);
     QVERIFY(player->isPlaying());
     QTRY_COMPARE(player->outputName(), sink);
@@ -238,6 +252,29 @@ void TestAudioPlayer::interruptions()
     // It goes on from where it stopped.
     QVERIFY2(std::abs(player->currentTime() - pausedAt) < 1.5,
              qPrintable(QString("%1 after %2").arg(player->currentTime()).arg(pausedAt)));
+    if (what == "call")
+        QVERIFY(m_server.pactl({ "unload-module", "module-role-cork" }));
+}
+
+void TestAudioPlayer::aFileRemovedOrReplacedWhilePlayingPlaysOn()
+{
+    // The recorder replaces a file by renaming a new one over it; a person deletes one.
+    const QString path = m_dir.filePath("replaced.caf");
+    QVERIFY(QFile::copy(m_long, path));
+    const auto player = load(path);
+    QVERIFY(player);
+    SoundMonitor speaker("speaker");
+    player->play();
+    QVERIFY(speaker.hears(440));
+    const QString other = m_dir.filePath("other.caf");
+    QVERIFY(QFile::copy(m_tone, other));
+    QVERIFY(std::rename(qPrintable(other), qPrintable(path)) == 0);
+    QVERIFY(speaker.hears(440));
+    QVERIFY(QFile::remove(path));
+    player->setCurrentTime(30);
+    QVERIFY(speaker.hears(440));
+    QVERIFY(player->isPlaying());
+    QVERIFY2(m_listener.calls.isEmpty(), qPrintable(m_listener.calls.join('|')));
 }
 
 void TestAudioPlayer::filesItCannotPlay_data()
