@@ -239,7 +239,7 @@ void TestPlayer::brokenRecordingInTheList()
     VantrelPlayer *player = m_screen->list()->playerController();
     QTRY_VERIFY(m_screen->cell(0)->playerView()->isAncestorOf(player->errorView()));
     QCOMPARE(player->errorText(), VantrelPlayer::kEmptyFileText);
-    QVERIFY(player->errorView()->isVisible());
+    QTRY_VERIFY(player->errorView()->isVisible());
     QVERIFY(!player->playbackButton()->isVisible());
 }
 
