@@ -58,6 +58,7 @@ private slots:
     void bannersForRecordingsThatDoNotOpen_data();
     void bannersForRecordingsThatDoNotOpen();
     void brokenRecordingInTheList();
+    void theListGoesOnWhileAnHourLongRecordingOpens();
 
 private:
     // Opens the list over one recording of the given length and taps its row open.
@@ -241,6 +242,40 @@ void TestPlayer::brokenRecordingInTheList()
     QCOMPARE(player->errorText(), VantrelPlayer::kEmptyFileText);
     QTRY_VERIFY(player->errorView()->isVisible());
     QVERIFY(!player->playbackButton()->isVisible());
+}
+
+void TestPlayer::theListGoesOnWhileAnHourLongRecordingOpens()
+{
+    // An hour of MP3 without a header that states its length, renamed .caf: its length is
+    // found by decoding all of it.
+    m_screen = std::make_unique<ListScreen>();
+    QDir().mkpath(m_screen->messages());
+    const QString hour = TestSupport::recordingName("TEL", "+15551234567", "15-Nov-2026-22-10-07");
+    const QString minute = TestSupport::recordingName("TEL", "+15557654321", "14-Nov-2026-09-00-00");
+    QProcess ffmpeg;
+    ffmpeg.start("ffmpeg", { "-hide_banner", "-loglevel", "error", "-y", "-f", "lavfi", "-i",
+                             "aevalsrc=0.5*sin(2*PI*1000*t):s=8000:d=3600", "-c:a", "libmp3lame",
+                             "-b:a", "16k", "-write_xing", "0", "-f", "mp3",
+                             m_screen->messages() + '/' + hour });
+    QVERIFY(ffmpeg.waitForFinished(120000) && ffmpeg.exitCode() == 0);
+    QVERIFY(ffmpegTone(m_screen->messages() + '/' + minute, 60));
+    m_screen->open();
+    VantrelPlayer *player = m_screen->list()->playerController();
+
+    // The row opens to its full height while the recording is still being measured.
+    m_screen->tapRow(0);
+    QVERIFY(m_screen->waitForHeights({ 108, 54 }));
+    QVERIFY(!player->playbackButton()->isVisible());
+
+    // Another row chosen meanwhile plays at once, and the first one's answer never lands.
+    m_screen->tapRow(1);
+    QTRY_VERIFY(player->playbackButton()->isVisible());
+    QVERIFY(m_screen->cell(1)->playerView()->isAncestorOf(player->playbackButton()));
+    SoundMonitor speaker("speaker");
+    click(player->playbackButton());
+    QVERIFY2(speaker.hears(440), qPrintable(speaker.description()));
+    QVERIFY(m_screen->waitForHeights({ 54, 108 }));
+    QVERIFY(!m_screen->cell(0)->playerView()->isAncestorOf(player->errorView()));
 }
 
 QTEST_MAIN(TestPlayer)
