@@ -2,7 +2,11 @@
 #include "app/VantrelApplication.h"
 #include "list/TableController.h"
 #include "list/VTCell.h"
+#include "platform/AudioSession.h"
+#include "platform/Button.h"
+#include "platform/Device.h"
 #include "platform/TableView.h"
+#include "playback/VantrelPlayer.h"
 
 #include <QDBusArgument>
 #include <QDBusConnection>
@@ -53,6 +57,7 @@ private slots:
     void launchPostsVisibleAndClearsBadge();
     void updateNotificationReloadsWithoutLeavingEditMode();
     void foregroundLeavesEditModeButFocusDoesNot();
+    void proximityFollowsReceiverPlayback();
     void exitsQuietly_data();
     void exitsQuietly();
 
@@ -101,6 +106,36 @@ bool TestApplication::firstRowOpen() const
 {
     return list()->tableView()->rectForRowAtIndexPath({ 0, 0 }).height() == 108 &&
            !list()->tableView()->isAnimatingHeights();
+}
+
+void TestApplication::proximityFollowsReceiverPlayback()
+{
+    const QString newest = messages() + "/" +
+                           TestSupport::recordingName("TEL", "+15551234567", "15-Nov-2026-22-10-07");
+    QProcess ffmpeg;
+    ffmpeg.start("ffmpeg", { "-hide_banner", "-loglevel", "error", "-y", "-f", "lavfi", "-i",
+                             "sine=f=440:r=8000:d=60", "-c:a", "pcm_alaw", "-f", "caf", newest });
+    QVERIFY(ffmpeg.waitForFinished(60000) && ffmpeg.exitCode() == 0);
+    tapFirstRow();
+    VantrelPlayer *player = list()->playerController();
+    QTRY_VERIFY(player->playbackButton()->isVisible());
+    Device *device = Device::currentDevice();
+
+    // The speaker button alone leaves the sensor off; playing to the ear turns it on.
+    QTest::mouseClick(player->speakerButton(), Qt::LeftButton);
+    QVERIFY(!device->isProximityMonitoringEnabled());
+    QTest::mouseClick(player->playbackButton(), Qt::LeftButton);
+    QVERIFY(device->isProximityMonitoringEnabled());
+    // A route change turns it off until the playing state next changes.
+    emit AudioSession::sharedInstance()->routeChanged();
+    QVERIFY(!device->isProximityMonitoringEnabled());
+    QTest::mouseClick(player->playbackButton(), Qt::LeftButton); // pause
+    QVERIFY(!device->isProximityMonitoringEnabled());
+    QTest::mouseClick(player->playbackButton(), Qt::LeftButton); // play
+    QVERIFY(device->isProximityMonitoringEnabled());
+    // Closing the row takes the player down, and the sensor with it.
+    tapFirstRow();
+    QVERIFY(!device->isProximityMonitoringEnabled());
 }
 
 void TestApplication::postUpdate()
