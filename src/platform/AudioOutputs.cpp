@@ -50,42 +50,16 @@ bool AudioOutputs::contains(const QString &name) const
 void AudioOutputs::connectToServer()
 {
     disconnectFromServer();
-    m_loop = pa_threaded_mainloop_new();
-    pa_proplist *properties = pa_proplist_new();
-    pa_proplist_sets(properties, PA_PROP_APPLICATION_NAME, PulseOutput::kApplicationName);
-    pa_proplist_sets(properties, PA_PROP_APPLICATION_ID, PulseOutput::kApplicationId);
-    m_context = pa_context_new_with_proplist(pa_threaded_mainloop_get_api(m_loop),
-                                             PulseOutput::kApplicationName, properties);
-    pa_proplist_free(properties);
-    pa_context_set_state_callback(m_context, &AudioOutputs::contextStateChanged, this);
-    pa_context_set_subscribe_callback(
-        m_context,
-        [](pa_context *, pa_subscription_event_type_t, uint32_t, void *self) {
-            static_cast<AudioOutputs *>(self)->refresh();
-        },
-        this);
-    if (pa_context_connect(m_context, nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0) {
-        disconnectFromServer();
+    const auto subscribed = [](pa_context *, pa_subscription_event_type_t, uint32_t, void *self) {
+        static_cast<AudioOutputs *>(self)->refresh();
+    };
+    if (!m_connection.open(&AudioOutputs::contextStateChanged, subscribed, this, nullptr))
         m_retry.start();
-        return;
-    }
-    pa_threaded_mainloop_start(m_loop);
 }
 
 void AudioOutputs::disconnectFromServer()
 {
-    if (!m_loop)
-        return;
-    pa_threaded_mainloop_lock(m_loop);
-    pa_context_set_state_callback(m_context, nullptr, nullptr);
-    pa_context_set_subscribe_callback(m_context, nullptr, nullptr);
-    pa_context_disconnect(m_context);
-    pa_context_unref(m_context);
-    m_context = nullptr;
-    pa_threaded_mainloop_unlock(m_loop);
-    pa_threaded_mainloop_stop(m_loop);
-    pa_threaded_mainloop_free(m_loop);
-    m_loop = nullptr;
+    m_connection.close();
     m_listings.clear();
 }
 
@@ -123,7 +97,7 @@ void AudioOutputs::refresh()
     auto *listing = m_listings.emplace_back(std::make_unique<Listing>()).get();
     listing->owner = this;
     pa_operation *sinks = pa_context_get_sink_info_list(
-        m_context,
+        m_connection.context,
         [](pa_context *, const pa_sink_info *info, int last, void *data) {
             auto *listing = static_cast<Listing *>(data);
             if (last)
@@ -138,7 +112,7 @@ void AudioOutputs::refresh()
     else
         listing->finishOne();
     pa_operation *server = pa_context_get_server_info(
-        m_context,
+        m_connection.context,
         [](pa_context *, const pa_server_info *info, void *data) {
             auto *listing = static_cast<Listing *>(data);
             if (info && info->default_sink_name)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "PulseConnection.h"
+
 #include <QList>
 #include <QObject>
 #include <QString>
@@ -7,8 +9,6 @@
 #include <memory>
 #include <vector>
 
-struct pa_context;
-struct pa_threaded_mainloop;
 
 // The audio server's output devices as they come and go: their names, descriptions and the
 // default one. Reads them on a thread of libpulse's own and tells the thread that made it;
@@ -43,8 +43,7 @@ private:
     void apply(const QList<Output> &outputs, const QString &defaultName);
     static void contextStateChanged(pa_context *context, void *self);
 
-    pa_threaded_mainloop *m_loop { nullptr };
-    pa_context *m_context { nullptr };
+    PulseConnection m_connection;
     QList<Output> m_outputs;
     QString m_defaultName;
     QTimer m_retry;

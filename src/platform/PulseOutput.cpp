@@ -67,14 +67,14 @@ PulseOutput::~PulseOutput()
 
 QString PulseOutput::serverError() const
 {
-    return QString::fromUtf8(pa_strerror(m_context ? pa_context_errno(m_context) : PA_ERR_UNKNOWN));
+    return QString::fromUtf8(pa_strerror(m_connection.context ? pa_context_errno(m_connection.context) : PA_ERR_UNKNOWN));
 }
 
 bool PulseOutput::waitFor(const std::function<bool()> &ready, QString *error)
 {
     // Called with the lock held; the server thread signals on every state change.
     for (;;) {
-        const pa_context_state_t context = pa_context_get_state(m_context);
+        const pa_context_state_t context = pa_context_get_state(m_connection.context);
         if (!PA_CONTEXT_IS_GOOD(context)) {
             if (error)
                 *error =
@@ -89,7 +89,7 @@ bool PulseOutput::waitFor(const std::function<bool()> &ready, QString *error)
         }
         if (ready())
             return true;
-        pa_threaded_mainloop_wait(m_loop);
+        pa_threaded_mainloop_wait(m_connection.loop);
     }
 }
 
@@ -108,33 +108,21 @@ bool PulseOutput::open(int sampleRate, int channels, const QString &sinkName,
     }
     m_frameBytes = pa_frame_size(&spec);
 
-    m_loop = pa_threaded_mainloop_new();
-    Proplist application;
-    application.set(PA_PROP_APPLICATION_NAME, QString::fromLatin1(kApplicationName));
-    application.set(PA_PROP_APPLICATION_ID, QString::fromLatin1(kApplicationId));
-    application.set(PA_PROP_APPLICATION_ICON_NAME, QString::fromLatin1(kApplicationId));
-    m_context = pa_context_new_with_proplist(pa_threaded_mainloop_get_api(m_loop), kApplicationName,
-                                             application.list);
-    pa_context_set_state_callback(m_context, &PulseOutput::contextStateChanged, this);
-    // Never start a server of our own: without one, there is no sound, and the caller says so.
-    if (pa_context_connect(m_context, nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0) {
-        if (error)
-            *error = QStringLiteral("cannot connect to the audio server: %1").arg(serverError());
+    if (!m_connection.open(&PulseOutput::contextStateChanged, nullptr, this, error)) {
         close();
         return false;
     }
     bool opened = false;
-    pa_threaded_mainloop_start(m_loop);
     {
-        const LoopLock lock(m_loop);
+        const LoopLock lock(m_connection.loop);
         opened =
-            waitFor([this] { return pa_context_get_state(m_context) == PA_CONTEXT_READY; }, error);
+            waitFor([this] { return pa_context_get_state(m_connection.context) == PA_CONTEXT_READY; }, error);
         if (opened) {
             Proplist media;
             media.set(PA_PROP_MEDIA_ROLE, mediaRole);
             media.set(PA_PROP_MEDIA_NAME, QStringLiteral("Voicemail"));
             m_stream =
-                pa_stream_new_with_proplist(m_context, "Voicemail", &spec, nullptr, media.list);
+                pa_stream_new_with_proplist(m_connection.context, "Voicemail", &spec, nullptr, media.list);
             pa_stream_set_state_callback(m_stream, &PulseOutput::streamStateChanged, this);
             pa_stream_set_write_callback(m_stream, &PulseOutput::streamWritable, this);
             pa_stream_set_suspended_callback(m_stream, &PulseOutput::streamSuspended, this);
@@ -171,31 +159,19 @@ bool PulseOutput::open(int sampleRate, int channels, const QString &sinkName,
 
 void PulseOutput::close()
 {
-    if (!m_loop)
-        return;
-    {
-        const LoopLock lock(m_loop);
-        if (m_stream) {
-            pa_stream_set_state_callback(m_stream, nullptr, nullptr);
-            pa_stream_set_write_callback(m_stream, nullptr, nullptr);
-            pa_stream_set_suspended_callback(m_stream, nullptr, nullptr);
-            pa_stream_set_moved_callback(m_stream, nullptr, nullptr);
-            pa_stream_set_event_callback(m_stream, nullptr, nullptr);
-            pa_stream_set_latency_update_callback(m_stream, nullptr, nullptr);
-            pa_stream_disconnect(m_stream);
-            pa_stream_unref(m_stream);
-            m_stream = nullptr;
-        }
-        if (m_context) {
-            pa_context_set_state_callback(m_context, nullptr, nullptr);
-            pa_context_disconnect(m_context);
-            pa_context_unref(m_context);
-            m_context = nullptr;
-        }
-    }
-    pa_threaded_mainloop_stop(m_loop);
-    pa_threaded_mainloop_free(m_loop);
-    m_loop = nullptr;
+    m_connection.close([this] {
+        if (!m_stream)
+            return;
+        pa_stream_set_state_callback(m_stream, nullptr, nullptr);
+        pa_stream_set_write_callback(m_stream, nullptr, nullptr);
+        pa_stream_set_suspended_callback(m_stream, nullptr, nullptr);
+        pa_stream_set_moved_callback(m_stream, nullptr, nullptr);
+        pa_stream_set_event_callback(m_stream, nullptr, nullptr);
+        pa_stream_set_latency_update_callback(m_stream, nullptr, nullptr);
+        pa_stream_disconnect(m_stream);
+        pa_stream_unref(m_stream);
+        m_stream = nullptr;
+    });
     m_timeBase = 0;
     m_pendingRestarts = 0;
     m_corked = true;
@@ -207,7 +183,7 @@ void PulseOutput::close()
 
 void PulseOutput::setPlaying(bool playing)
 {
-    const LoopLock lock(m_loop);
+    const LoopLock lock(m_connection.loop);
     if (!m_stream)
         return;
     // What was heard stays put while corked; the clock starts again from there.
@@ -223,7 +199,7 @@ void PulseOutput::setPlaying(bool playing)
 
 void PulseOutput::flush()
 {
-    const LoopLock lock(m_loop);
+    const LoopLock lock(m_connection.loop);
     if (!m_stream)
         return;
     m_timeBase = -1;
@@ -238,7 +214,7 @@ void PulseOutput::flush()
 
 void PulseOutput::drain(std::function<void()> done)
 {
-    const LoopLock lock(m_loop);
+    const LoopLock lock(m_connection.loop);
     if (!m_stream)
         return;
     m_drained = std::move(done);
@@ -248,8 +224,8 @@ void PulseOutput::drain(std::function<void()> done)
 
 void PulseOutput::sourceReady()
 {
-    // The server thread's lock is recursive, so this may run inside the source's own call.
-    const LoopLock lock(m_loop);
+    // Never from the server thread itself: its lock may not be taken there.
+    const LoopLock lock(m_connection.loop);
     if (!m_stream)
         return;
     const std::size_t room = pa_stream_writable_size(m_stream);
@@ -259,31 +235,31 @@ void PulseOutput::sourceReady()
 
 bool PulseOutput::moveToSink(const QString &sinkName)
 {
-    const LoopLock lock(m_loop);
+    const LoopLock lock(m_connection.loop);
     if (!m_stream)
         return false;
-    Outcome outcome { m_loop };
+    Outcome outcome { m_connection.loop };
     pa_operation *operation =
-        pa_context_move_sink_input_by_name(m_context, pa_stream_get_index(m_stream),
+        pa_context_move_sink_input_by_name(m_connection.context, pa_stream_get_index(m_stream),
                                            sinkName.toUtf8().constData(), &succeeded, &outcome);
     if (!operation)
         return false;
     while (!outcome.done && pa_operation_get_state(operation) == PA_OPERATION_RUNNING)
-        pa_threaded_mainloop_wait(m_loop);
+        pa_threaded_mainloop_wait(m_connection.loop);
     pa_operation_unref(operation);
     return outcome.success;
 }
 
 QString PulseOutput::sinkName() const
 {
-    const LoopLock lock(m_loop);
+    const LoopLock lock(m_connection.loop);
     const char *name = m_stream ? pa_stream_get_device_name(m_stream) : nullptr;
     return name ? QString::fromUtf8(name) : QString();
 }
 
 std::int64_t PulseOutput::playedMicroseconds() const
 {
-    const LoopLock lock(m_loop);
+    const LoopLock lock(m_connection.loop);
     notePlayed();
     return m_lastPlayedUsec;
 }
@@ -328,7 +304,7 @@ void PulseOutput::contextStateChanged(pa_context *context, void *self)
         output->m_events.failed(
             QStringLiteral("the audio server went away: %1")
                 .arg(QString::fromUtf8(pa_strerror(pa_context_errno(context)))));
-    pa_threaded_mainloop_signal(output->m_loop, 0);
+    pa_threaded_mainloop_signal(output->m_connection.loop, 0);
 }
 
 void PulseOutput::streamStateChanged(pa_stream *stream, void *self)
@@ -338,13 +314,13 @@ void PulseOutput::streamStateChanged(pa_stream *stream, void *self)
     // server going away itself.
     if (output->m_streamReady && !PA_STREAM_IS_GOOD(pa_stream_get_state(stream)) &&
         !output->m_streamFailed &&
-        pa_context_get_state(output->m_context) == PA_CONTEXT_READY) {
+        pa_context_get_state(output->m_connection.context) == PA_CONTEXT_READY) {
         output->m_streamFailed = true;
         if (output->m_events.failed)
             output->m_events.failed(
                 QStringLiteral("the audio server dropped the stream: %1").arg(output->serverError()));
     }
-    pa_threaded_mainloop_signal(output->m_loop, 0);
+    pa_threaded_mainloop_signal(output->m_connection.loop, 0);
 }
 
 void PulseOutput::streamDrained(pa_stream *, int success, void *self)

@@ -1,14 +1,14 @@
 #pragma once
 
+#include "PulseConnection.h"
+
 #include <QString>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 
-struct pa_context;
 struct pa_proplist;
 struct pa_stream;
-struct pa_threaded_mainloop;
 
 // One playback stream on the audio server (PulseAudio, or PipeWire's PulseAudio server),
 // through libpulse's asynchronous API on a thread of its own. It plays interleaved signed
@@ -90,8 +90,7 @@ private:
     bool waitFor(const std::function<bool()> &ready, QString *error);
     QString serverError() const;
 
-    pa_threaded_mainloop *m_loop { nullptr };
-    pa_context *m_context { nullptr };
+    PulseConnection m_connection;
     pa_stream *m_stream { nullptr };
     Source m_source;
     Events m_events;
