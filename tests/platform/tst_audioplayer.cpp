@@ -58,7 +58,6 @@ private slots:
     void initTestCase();
     void init();
     void cleanup();
-    void playsToTheEndAndAgainFromTheStart();
     void aSeekMovesWhatIsHeard();
     void interruptions_data();
     void interruptions();
@@ -115,26 +114,6 @@ std::unique_ptr<AudioPlayer> TestAudioPlayer::load(const QString &path)
         return nullptr;
     player->prepareToPlay();
     return player;
-}
-
-void TestAudioPlayer::playsToTheEndAndAgainFromTheStart()
-{
-    const auto player = load(m_tone);
-    QVERIFY(player);
-    QCOMPARE(player->duration(), 1.5);
-    SoundMonitor speaker("speaker");
-    QVERIFY2(speaker.hearsSilence(), "nothing sounds before play");
-
-    for (int round = 0; round < 2; ++round) {
-        QVERIFY(player->play());
-        QVERIFY2(speaker.hears(440), qPrintable(QString("round %1: %2").arg(round).arg(speaker.description())));
-
-        QTRY_COMPARE_WITH_TIMEOUT(m_listener.calls, QStringList { "finished" }, 3000);
-        QVERIFY(!player->isPlaying());
-        QCOMPARE(player->currentTime(), 0.0);
-        QVERIFY2(speaker.hearsSilence(), "silence after the end");
-        m_listener.calls.clear();
-    }
 }
 
 void TestAudioPlayer::aSeekMovesWhatIsHeard()
