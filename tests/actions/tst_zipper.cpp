@@ -1,0 +1,145 @@
+#include "TestSupport.h"
+#include "actions/VantrelFileZipper.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QtEndian>
+
+namespace {
+
+// What the zipper tells, in order.
+struct Recorder : VantrelFileZipperDelegate
+{
+    void zippingDidStart() override { calls << "start"; }
+    void zipProgressUpdatedWithPercent(int percent, const QString &path, int index,
+                                       int total) override
+    {
+        calls << QString("%1% %2 %3/%4").arg(percent).arg(path).arg(index).arg(total);
+    }
+    void zippingDidFinishSuccessfully(bool success) override
+    {
+        calls << (success ? "done" : "failed");
+    }
+    QStringList calls;
+};
+
+// The member names of a zip archive, from its central directory, as an unzip tool lists them.
+QStringList members(const QString &archive)
+{
+    QFile file(archive);
+    if (!file.open(QIODevice::ReadOnly))
+        return { "(no archive)" };
+    const QByteArray bytes = file.readAll();
+    QStringList names;
+    for (qsizetype at = bytes.indexOf("PK\x01\x02"); at >= 0 && at + 46 <= bytes.size();
+         at = bytes.indexOf("PK\x01\x02", at + 46)) {
+        const auto length = qFromLittleEndian<quint16>(bytes.constData() + at + 28);
+        names << QString::fromUtf8(bytes.mid(at + 46, length));
+    }
+    return names;
+}
+
+} // namespace
+
+class TestZipper : public QObject
+{
+    Q_OBJECT
+private slots:
+    void init();
+    void archivesNamesAsTheyAre();
+    void percentages_data();
+    void percentages();
+    void nothingToArchive();
+    void noArchiver();
+
+private:
+    std::unique_ptr<QTemporaryDir> m_root;
+    QString m_messages;
+    QString m_destination;
+    Recorder m_recorder;
+};
+
+void TestZipper::init()
+{
+    m_root = std::make_unique<QTemporaryDir>();
+    m_messages = m_root->filePath("Messages");
+    QVERIFY(QDir().mkpath(m_messages));
+    m_destination = m_root->filePath("Vantrel-out.zip");
+    m_recorder.calls.clear();
+}
+
+void TestZipper::archivesNamesAsTheyAre()
+{
+    // Names a shell would take apart, and one the recorder leaves; an older archive at the
+    // destination is replaced, not added to.
+    const QStringList names { "msg-_TEL-_+15551234567-_15-Nov-2026-22-10-07.caf",
+                              "-rf a \"quoted\" 'name'.caf", "$HOME;rm *.caf",
+                              "line\nbreak.caf" };
+    for (const QString &name : names)
+        QVERIFY(TestSupport::writeFile(m_messages + '/' + name, name.toUtf8()));
+    QVERIFY(TestSupport::writeFile(m_destination, "an older archive"));
+    const qint64 logStart = TestSupport::logSize();
+
+    VantrelFileZipper zipper(m_messages);
+    QCOMPARE(VantrelFileZipper::sharedInstance(), &zipper);
+    QStringList paths;
+    for (const QString &name : names)
+        paths << "/elsewhere/" + name; // only the bare name counts
+    QVERIFY(zipper.zipSourceFilePaths(paths, m_destination, false, &m_recorder));
+
+    QCOMPARE(members(m_destination), names);
+    QCOMPARE(m_recorder.calls.first(), "start");
+    QCOMPARE(m_recorder.calls.last(), "done");
+    QCOMPARE(m_recorder.calls[2], "50% " + names[1] + " 2/4");
+    const QStringList log = TestSupport::logLinesSince(logStart);
+    QVERIFY2(log.size() >= 8, qPrintable(log.join('|')));
+    QVERIFY2(log[0].endsWith("zip destination path " + m_destination + ", path " + names[0]),
+             qPrintable(log[0]));
+    QVERIFY2(log[1].contains(QRegularExpression("PD [1-9][0-9]* result 0$")), qPrintable(log[1]));
+}
+
+void TestZipper::percentages_data()
+{
+    QTest::addColumn<int>("files");
+    QTest::addColumn<QList<int>>("percents");
+    QTest::newRow("one") << 1 << QList<int> { 100 };
+    QTest::newRow("three") << 3 << QList<int> { 33, 66, 100 };
+    QTest::newRow("seven") << 7 << QList<int> { 14, 28, 42, 57, 71, 85, 100 };
+}
+
+void TestZipper::percentages()
+{
+    QFETCH(int, files);
+    QFETCH(QList<int>, percents);
+    QList<int> told;
+    for (int index = 1; index <= files; ++index)
+        told << VantrelFileZipper::percentDone(index, files);
+    QCOMPARE(told, percents);
+}
+
+void TestZipper::nothingToArchive()
+{
+    QVERIFY(TestSupport::writeFile(m_destination, "an older archive"));
+    VantrelFileZipper zipper(m_messages);
+    QVERIFY(!zipper.zipSourceFilePaths({}, m_destination, false, &m_recorder));
+    QCOMPARE(m_recorder.calls, (QStringList { "start", "failed" }));
+    QVERIFY(!QFile::exists(m_destination));
+}
+
+void TestZipper::noArchiver()
+{
+    // Without zip, no file reaches an archive: progress goes on and the run fails.
+    QVERIFY(TestSupport::writeFile(m_messages + "/a.caf"));
+    const char *installed = VantrelFileZipper::zipExecutable;
+    VantrelFileZipper::zipExecutable = "/nonexistent/zip";
+    VantrelFileZipper zipper(m_messages);
+    const bool made = zipper.zipSourceFilePaths({ "a.caf" }, m_destination, true, &m_recorder);
+    VantrelFileZipper::zipExecutable = installed;
+    QVERIFY(!made);
+    QCOMPARE(m_recorder.calls, (QStringList { "start", "100% a.caf 1/1", "failed" }));
+}
+
+QTEST_GUILESS_MAIN(TestZipper)
+#include "tst_zipper.moc"
