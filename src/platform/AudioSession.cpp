@@ -6,6 +6,9 @@
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
+#include <QDBusPendingCallWatcher>
+#include <QDBusPendingReply>
+#include <QDBusServiceWatcher>
 #include <QPointer>
 
 namespace {
@@ -13,12 +16,6 @@ namespace {
 // The call-audio daemon of Linux phones (Phosh, Plasma Mobile, Sxmo).
 const QString kCallAudioService = QStringLiteral("org.mobian_project.CallAudio");
 const QString kCallAudioPath = QStringLiteral("/org/mobian_project/CallAudio");
-
-bool callAudioDaemonRuns()
-{
-    const QDBusConnection bus = QDBusConnection::sessionBus();
-    return bus.isConnected() && bus.interface()->isServiceRegistered(kCallAudioService).value();
-}
 
 bool isReceiver(const AudioOutputs::Output &output)
 {
@@ -45,6 +42,27 @@ AudioSession::AudioSession(QObject *parent)
     : QObject(parent), m_outputs(new AudioOutputs(this))
 {
     connect(m_outputs, &AudioOutputs::changed, this, &AudioSession::outputsChanged);
+    // Whether the call-audio daemon runs is followed on the bus, never asked on the way.
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    if (!bus.isConnected())
+        return;
+    auto *watcher = new QDBusServiceWatcher(kCallAudioService, bus,
+                                            QDBusServiceWatcher::WatchForOwnerChange, this);
+    connect(watcher, &QDBusServiceWatcher::serviceOwnerChanged, this,
+            [this](const QString &, const QString &, const QString &owner) {
+                m_callAudioDaemon = !owner.isEmpty();
+                outputsChanged();
+            });
+    auto *asked = new QDBusPendingCallWatcher(
+        bus.interface()->asyncCall(QStringLiteral("NameHasOwner"), kCallAudioService), this);
+    connect(asked, &QDBusPendingCallWatcher::finished, this, [this](QDBusPendingCallWatcher *call) {
+        const QDBusPendingReply<bool> reply = *call;
+        call->deleteLater();
+        if (reply.isValid() && reply.value() != m_callAudioDaemon) {
+            m_callAudioDaemon = reply.value();
+            outputsChanged();
+        }
+    });
 }
 
 bool AudioSession::setCategory(const QString &category)
@@ -56,7 +74,7 @@ bool AudioSession::setCategory(const QString &category)
         return true;
     m_category = category;
     emit categoryChanged(category);
-    if (callAudioDaemonRuns())
+    if (m_callAudioDaemon)
         tellCallAudioDaemon();
     outputsChanged();
     return true;
@@ -92,7 +110,7 @@ void AudioSession::outputsChanged()
     const bool receiver = m_category == AVAudioSessionCategoryPlayAndRecord;
     const auto defaultOutput = std::find_if(outputs.begin(), outputs.end(), isDefault);
     // With the daemon, the default output is the phone's own, whichever way it is switched.
-    if (!callAudioDaemonRuns() && defaultOutput != outputs.end() && isReceiver(*defaultOutput) != receiver) {
+    if (!m_callAudioDaemon && defaultOutput != outputs.end() && isReceiver(*defaultOutput) != receiver) {
         const auto other = std::find_if(outputs.begin(), outputs.end(), [&](const auto &output) {
             return isReceiver(output) == receiver;
         });

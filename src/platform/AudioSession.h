@@ -49,4 +49,5 @@ private:
     QString m_category { AVAudioSessionCategoryPlayback };
     AudioOutputs *m_outputs; // a child
     QString m_outputName;
+    bool m_callAudioDaemon { false }; // org.mobian_project.CallAudio has an owner on the bus
 };
