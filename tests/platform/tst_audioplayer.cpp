@@ -58,6 +58,7 @@ private slots:
     void initTestCase();
     void init();
     void cleanup();
+    void namesItselfToTheServer();
     void aSeekMovesWhatIsHeard();
     void interruptions_data();
     void interruptions();
@@ -114,6 +115,19 @@ std::unique_ptr<AudioPlayer> TestAudioPlayer::load(const QString &path)
         return nullptr;
     player->prepareToPlay();
     return player;
+}
+
+void TestAudioPlayer::namesItselfToTheServer()
+{
+    // What the desktop's sound settings and a phone's audio policy see of the stream.
+    const auto player = load(m_tone);
+    QVERIFY(player);
+    QTRY_VERIFY(!player->outputName().isEmpty());
+    QString inputs;
+    QVERIFY(m_server.pactl({ "list", "sink-inputs" }, &inputs));
+    QVERIFY2(inputs.contains("application.name = \"Vantrel Plus\""), qPrintable(inputs));
+    QVERIFY(inputs.contains("application.icon_name = \"net.zorvath.vantrel\""));
+    QVERIFY(inputs.contains("media.role = \"music\""));
 }
 
 void TestAudioPlayer::aSeekMovesWhatIsHeard()
