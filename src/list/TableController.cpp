@@ -49,6 +49,7 @@ TableController::TableController(const QString &messagesDirectory, QObject *pare
     _trashButton->setObjectName(QStringLiteral("trash"));
     _trashButton->setAccessibleName(QStringLiteral("Delete"));
     _trashButton->setEnabled(false);
+    connect(_trashButton, &BarButtonItem::triggered, this, &TableController::deleteSelectedRequest);
     auto *flexibleSpace = new BarButtonItem(BarButtonItem::SystemItem::FlexibleSpace, this);
     setToolbarItems({ _shareButton, flexibleSpace, _trashButton }, false);
 }
@@ -124,11 +125,26 @@ void TableController::reloadEntries(bool refresh)
         setCurrentPlayerIndexPath(std::nullopt);
         _playerController->destroyPlayer(qobject_cast<VTCell *>(cell));
     }
+    // In edit mode the same recordings stay selected, wherever the new list puts them: a
+    // question about them may be open, and its answer acts on the selection.
+    QSet<QString> selectedNames;
+    if (refresh && isEditing()) {
+        for (const IndexPath &indexPath : tableView()->indexPathsForSelectedRows()) {
+            if (indexPath.row < entries.size())
+                selectedNames.insert(entries.at(indexPath.row).filename);
+        }
+    }
     getEntries();
     if (refresh) {
         tableView()->reloadData();
+        for (int row = 0; row < entries.size() && !selectedNames.isEmpty(); ++row) {
+            if (selectedNames.contains(entries.at(row).filename))
+                tableView()->selectRowAtIndexPath({ 0, row }, false);
+        }
         tableView()->beginUpdates();
         tableView()->endUpdates();
+        if (isEditing())
+            updateToolbarButtonsVisibility();
     }
     if (BarButtonItem *edit = editButton())
         edit->setViewAlpha(entries.isEmpty() ? 0.0 : 1.0);
@@ -164,23 +180,27 @@ void TableController::audioRouteChanged()
 
 void TableController::toggleSpeaker(Button *button)
 {
-    const bool wasLoud = AudioSession::sharedInstance()->category() ==
-                         AudioSession::AVAudioSessionCategoryPlayback;
-    AudioSession::sharedInstance()->setCategory(wasLoud
-                                                    ? AudioSession::AVAudioSessionCategoryPlayAndRecord
-                                                    : AudioSession::AVAudioSessionCategoryPlayback);
+    const bool wasLoud =
+        AudioSession::sharedInstance()->category() == AudioSession::AVAudioSessionCategoryPlayback;
+    AudioSession::sharedInstance()->setCategory(
+        wasLoud ? AudioSession::AVAudioSessionCategoryPlayAndRecord
+                : AudioSession::AVAudioSessionCategoryPlayback);
     if (button)
         button->setSelected(!wasLoud);
 }
 
 void TableController::openSettings()
 {
+    static const QString kOpenSettings = QStringLiteral("net.zorvath.vantrel.openSettings");
     const auto url = Url::urlWithString(QStringLiteral("prefs:root=Vantrel%20Plus"));
-    if (url && Url::canOpenURL(*url)) {
-        if (!Url::openURL(*url))
-            NotifyCenter::notify_post(QStringLiteral("net.zorvath.vantrel.openSettings"));
+    if (!url) {
+        NotifyCenter::notify_post(kOpenSettings);
         return;
     }
-    // No settings application here: the recording component shows its settings instead.
-    NotifyCenter::notify_post(QStringLiteral("net.zorvath.vantrel.openSettings"));
+    // Asking the desktop for a handler takes a process: the screen goes on meanwhile.
+    Url::canOpenURL(*url, this, [url = *url](bool canOpen) {
+        // No settings application here: the recording component shows its settings instead.
+        if (!canOpen || !Url::openURL(url))
+            NotifyCenter::notify_post(kOpenSettings);
+    });
 }

@@ -86,6 +86,12 @@ public:
     editingStyleForRowAtIndexPath(const IndexPath &indexPath) override;
     // Rows are never reordered; the table has no reordering to ask it.
     bool canMoveRowAtIndexPath(const IndexPath &) const { return false; }
+    // Every row can be swiped; whether Delete shows is the editing style's call.
+    bool canEditRowAtIndexPath(const IndexPath &) override { return true; }
+    // A swiped row's Delete: removes its recording and transcript, silently, and reads the
+    // list again.
+    void commitEditingStyle(TableViewDataSource::EditingStyle style,
+                            const IndexPath &indexPath) override;
 
     void directoryDidChange(VTDirectoryWatcher *watcher) override;
 
@@ -98,6 +104,10 @@ public slots:
     void toggleEdit();
     void toggleSelectAll(BarButtonItem *sender);
     void openSettings();
+    // The trash button: deletes the selected recordings, asking first when there are two or
+    // more.
+    void deleteSelectedRequest(BarButtonItem *sender);
+    void deleteSelected(BarButtonItem *sender);
 
 protected:
     void viewDidLoad() override;

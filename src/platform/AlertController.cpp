@@ -51,12 +51,26 @@ void AlertController::addAction(const AlertAction &action)
     m_actions.append(action);
 }
 
+void AlertController::setTitle(const QString &title)
+{
+    m_title = title;
+    setAccessibleName(title);
+    if (m_titleLabel) {
+        m_titleLabel->setText(title);
+        m_titleLabel->setVisible(!title.isEmpty());
+        placePanel();
+    }
+}
+
 void AlertController::setMessage(const QString &message)
 {
     m_message = message;
     setAccessibleDescription(message);
-    if (m_messageLabel)
+    if (m_messageLabel) {
         m_messageLabel->setText(message);
+        m_messageLabel->setVisible(!message.isEmpty());
+        placePanel();
+    }
 }
 
 void AlertController::build()
@@ -70,16 +84,17 @@ void AlertController::build()
     layout->setContentsMargins(0, 16, 0, 0);
     layout->setSpacing(2);
 
-    if (!m_title.isEmpty()) {
-        auto *title = new QLabel(m_title, m_panel);
-        title->setTextFormat(Qt::PlainText);
-        title->setAlignment(Qt::AlignCenter);
-        title->setWordWrap(true);
-        title->setStyleSheet(
-            QStringLiteral("color: white; font-size: 17px; font-weight: 600; padding: 0 16px;"));
-        layout->addWidget(title);
-    }
+    m_titleLabel = new QLabel(m_title, m_panel);
+    m_titleLabel->setObjectName(QStringLiteral("AlertTitle"));
+    m_titleLabel->setTextFormat(Qt::PlainText);
+    m_titleLabel->setAlignment(Qt::AlignCenter);
+    m_titleLabel->setWordWrap(true);
+    m_titleLabel->setStyleSheet(
+        QStringLiteral("color: white; font-size: 17px; font-weight: 600; padding: 0 16px;"));
+    m_titleLabel->setVisible(!m_title.isEmpty());
+    layout->addWidget(m_titleLabel);
     m_messageLabel = new QLabel(m_message, m_panel);
+    m_messageLabel->setObjectName(QStringLiteral("AlertMessage"));
     m_messageLabel->setTextFormat(Qt::PlainText);
     m_messageLabel->setAlignment(Qt::AlignCenter);
     m_messageLabel->setWordWrap(true);

@@ -59,6 +59,8 @@ public:
     void addAction(const AlertAction &action);
     QList<AlertAction> actions() const { return m_actions; }
     QString title() const { return m_title; }
+    // Both may change while the sheet shows; the panel keeps its place and grows as needed.
+    void setTitle(const QString &title);
     QString message() const { return m_message; }
     void setMessage(const QString &message);
     Style preferredStyle() const { return m_style; }
@@ -96,6 +98,7 @@ private:
     QList<AlertAction> m_actions;
     QRect m_sourceRect;
     QWidget *m_panel { nullptr };
+    QLabel *m_titleLabel { nullptr };
     QLabel *m_messageLabel { nullptr };
     QList<QPushButton *> m_buttons;
     bool m_done { false };

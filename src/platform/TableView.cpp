@@ -133,6 +133,12 @@ void TableView::endUpdates()
 {
     if (m_updateDepth > 0 && --m_updateDepth > 0)
         return;
+    // Rows removed or added behind the table's back (a reload of the list between a removal
+    // and its end): what the data source says wins.
+    if (m_dataSource && m_dataSource->numberOfRowsInSection(0) != m_rowCount) {
+        reloadData();
+        return;
+    }
     std::vector<double> heights(size_t(m_rowCount), 44.0);
     if (m_delegate) {
         for (int row = 0; row < m_rowCount; ++row)
@@ -144,6 +150,73 @@ void TableView::endUpdates()
     m_fromHeights = m_heights;
     m_toHeights = std::move(heights);
     m_heightAnimation->start();
+}
+
+void TableView::deleteRowsAtIndexPaths(const QList<IndexPath> &indexPaths)
+{
+    QList<int> gone;
+    for (const IndexPath &path : indexPaths) {
+        if (path.section == 0 && path.row >= 0 && path.row < m_rowCount && !gone.contains(path.row))
+            gone.append(path.row);
+    }
+    if (gone.isEmpty())
+        return;
+    std::sort(gone.begin(), gone.end());
+    beginUpdates();
+    hideDelete();
+    m_heightAnimation->stop();
+    m_swipeRow = -1;
+    const auto newRow = [&gone](int row) {
+        if (row < 0 || gone.contains(row))
+            return -1;
+        return row - int(std::lower_bound(gone.cbegin(), gone.cend(), row) - gone.cbegin());
+    };
+
+    QMap<int, TableViewCell *> visible;
+    for (auto it = m_visibleCells.cbegin(); it != m_visibleCells.cend(); ++it) {
+        if (const int row = newRow(it.key()); row >= 0)
+            visible.insert(row, it.value());
+        else
+            enqueue(it.value(), -1);
+    }
+    m_visibleCells = visible;
+    for (auto it = m_queuedRows.begin(); it != m_queuedRows.end(); ++it)
+        it.value() = newRow(it.value());
+    QList<int> selected;
+    for (const int row : std::as_const(m_selectedRows)) {
+        if (const int moved = newRow(row); moved >= 0)
+            selected.append(moved);
+    }
+    m_selectedRows = selected;
+
+    // A removed row's height is given, for the animation, to the row above it (or below, at
+    // the top), so the gap closes where the row was.
+    std::vector<double> heights;
+    double carried = 0;
+    for (int row = 0; row < m_rowCount; ++row) {
+        const double height = m_heights[size_t(row)];
+        if (!gone.contains(row)) {
+            heights.push_back(height + carried);
+            carried = 0;
+        } else if (!heights.empty()) {
+            heights.back() += height;
+        } else {
+            carried += height;
+        }
+    }
+    m_rowCount -= int(gone.size());
+    m_heights = heights;
+    m_fromHeights = heights;
+    m_toHeights = heights;
+    if (m_focusedRow >= 0)
+        m_focusedRow = m_rowCount == 0 ? -1 : qMin(qMax(newRow(m_focusedRow), 0), m_rowCount - 1);
+    recomputeOffsets();
+    updateScrollRange();
+    if (m_rowCount == 0)
+        layoutCells();
+    // Heights asked anew at the end differ from these placeholders, so the gap animates shut.
+    m_toHeights.assign(m_heights.size(), -1.0);
+    endUpdates();
 }
 
 bool TableView::isAnimatingHeights() const

@@ -75,8 +75,13 @@ public:
     // Forgets every row and asks the data source again.
     void reloadData();
     void beginUpdates();
-    // Asks every row's height again and animates the rows to their new heights.
+    // Asks every row's height again and animates the rows to their new heights. When the
+    // data source no longer counts the rows the table holds, the table reloads instead.
     void endUpdates();
+    // Removes rows: the rows below close the gap, animated at endUpdates. Selection, focus and
+    // cells move with their rows. Inside beginUpdates/endUpdates, the data source must answer
+    // the new count by endUpdates.
+    void deleteRowsAtIndexPaths(const QList<IndexPath> &indexPaths);
     bool isAnimatingHeights() const;
 
     int numberOfSections() const { return 1; }

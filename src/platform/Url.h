@@ -1,7 +1,9 @@
 #pragma once
 
+#include <QObject>
 #include <QString>
 #include <QUrl>
+#include <functional>
 #include <optional>
 
 // A URL as text: made only from text that URLs allow, and kept exactly as written.
@@ -27,6 +29,9 @@ public:
 
     // Whether some application is registered for the scheme (xdg-mime).
     static bool canOpenURL(const Url &url);
+    // The same question without waiting: answer runs later on context's thread, unless
+    // context is gone by then.
+    static void canOpenURL(const Url &url, QObject *context, std::function<void(bool)> answer);
     // Hands the URL to the desktop: through QDesktopServices when Qt can hold it (so that
     // handlers, portals and xdg-open all apply), else straight to xdg-open. Answers whether
     // it was handed on.

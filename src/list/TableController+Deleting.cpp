@@ -1,0 +1,103 @@
+// Deleting recordings: every selected one from the trash button, or one row swiped away.
+
+#include "TableController.h"
+#include "actions/RecordingDeleter.h"
+#include "platform/AlertController.h"
+#include "platform/BarButtonItem.h"
+#include "platform/View.h"
+
+#include <algorithm>
+
+namespace {
+// The trash button sits at the lower right: on a pad the question points there.
+QRect trashAnchor(QWidget *view)
+{
+    const QRect rect(view->width() - 30, view->height() - 10, 40, 40);
+    return QRect(view->mapTo(view->window(), rect.topLeft()), rect.size());
+}
+} // namespace
+
+void TableController::deleteSelectedRequest(BarButtonItem *sender)
+{
+    const QList<IndexPath> selected = tableView()->indexPathsForSelectedRows();
+    if (selected.size() < 2) {
+        deleteSelected(sender);
+        return;
+    }
+    auto *alert = AlertController::alertControllerWithTitle(
+        QStringLiteral("Delete %1 voicemails?").arg(int(selected.size())),
+        QStringLiteral("This action cannot be undone"), AlertController::Style::ActionSheet);
+    const QPointer<BarButtonItem> button(sender);
+    alert->addAction(AlertAction::actionWithTitle(
+        QStringLiteral("Delete"), AlertAction::Style::Destructive,
+        [this, button](const AlertAction &) { deleteSelected(button); }));
+    alert->addAction(
+        AlertAction::actionWithTitle(QStringLiteral("Cancel"), AlertAction::Style::Cancel));
+    alert->setSourceRect(trashAnchor(tableView()));
+    alert->presentIn(tableView(), true);
+}
+
+void TableController::deleteSelected(BarButtonItem *)
+{
+    TableView *table = tableView();
+    // The selection is read now, when the answer comes: a reload while the question was
+    // open keeps the same recordings selected, whatever rows they moved to.
+    QList<IndexPath> selected = table->indexPathsForSelectedRows();
+    const int selectedCount = int(selected.size());
+    const int rowCount = numberOfRowsInSection(0);
+
+    QList<Entry> entriesToRemove;
+    QList<int> rowsToRemove;
+    for (const IndexPath &indexPath : std::as_const(selected)) {
+        if (indexPath.row < 0 || indexPath.row >= entries.size())
+            continue;
+        entriesToRemove << entries.at(indexPath.row);
+        rowsToRemove << indexPath.row;
+    }
+    const RecordingDeleter deleter(_messagesDirectory);
+    const QStringList paths = deleter.pathsToRemove(entriesToRemove);
+
+    table->beginUpdates();
+    const bool removedAll = deleter.removePaths(paths);
+    if (removedAll) {
+        table->deleteRowsAtIndexPaths(selected);
+        std::sort(rowsToRemove.begin(), rowsToRemove.end(), std::greater<>());
+        for (const int row : std::as_const(rowsToRemove))
+            entries.removeAt(row);
+    }
+    // Otherwise rows and entries stay until the directory is read again: the files that
+    // could go are gone already, and the list catches up with them then.
+    table->endUpdates();
+
+    if (selectedCount == rowCount || entries.isEmpty())
+        setEditing(false, true);
+
+    if (!removedAll) {
+        auto *alert = AlertController::alertControllerWithTitle(
+            QStringLiteral("Vantrel"),
+            QStringLiteral("The selected voicemails could not be deleted because some of them "
+                           "contain illegal characters in the filename. You will have to delete "
+                           "them manually from %1 directory.")
+                .arg(_messagesDirectory),
+            AlertController::Style::Alert);
+        alert->addAction(
+            AlertAction::actionWithTitle(QStringLiteral("Okay"), AlertAction::Style::Cancel));
+        alert->presentIn(tableView(), true);
+    }
+}
+
+void TableController::commitEditingStyle(TableViewDataSource::EditingStyle style,
+                                         const IndexPath &indexPath)
+{
+    if (style != TableViewDataSource::EditingStyle::Delete || indexPath.row < 0 ||
+        indexPath.row >= entries.size())
+        return;
+    const Entry entry = entries.at(indexPath.row);
+    TableView *table = tableView();
+    table->beginUpdates();
+    RecordingDeleter(_messagesDirectory).removeSilently(entry);
+    table->deleteRowsAtIndexPaths({ indexPath });
+    // The list is read again: a recording whose file survived comes back.
+    reloadEntries(false);
+    table->endUpdates();
+}

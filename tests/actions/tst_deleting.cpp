@@ -1,0 +1,288 @@
+#include "ListScreen.h"
+#include "TestSupport.h"
+#include "actions/RecordingDeleter.h"
+#include "platform/AlertController.h"
+#include "platform/NavigationBar.h"
+#include "platform/Toolbar.h"
+
+#include <QDir>
+#include <QDirIterator>
+#include <QPushButton>
+#include <QTest>
+
+// Deleting recordings as a user does it, against real files; and the rule that decides which
+// file a name may remove, without a screen.
+class TestDeleting : public QObject
+{
+    Q_OBJECT
+private slots:
+    void init();
+    void cleanup() { m_screen.reset(); }
+    void removesOnlyWhatWasChosen_data();
+    void removesOnlyWhatWasChosen();
+    void trashDeletesSelection_data();
+    void trashDeletesSelection();
+    void failedRemovalKeepsRows();
+    void arrivalDuringQuestionDeletesOnlyChoice();
+    void swipeAndDeleteKey_data();
+    void swipeAndDeleteKey();
+
+private:
+    QStringList onDisk() const
+    {
+        return QDir(m_screen->messages())
+            .entryList(QDir::Files | QDir::Dirs | QDir::NoDotAndDotDot | QDir::System, QDir::Name);
+    }
+    // The sheet showing now; one just answered may linger until the event loop deletes it.
+    AlertController *alert() const
+    {
+        for (AlertController *sheet : m_screen->window()->findChildren<AlertController *>()) {
+            if (sheet->isVisible())
+                return sheet;
+        }
+        return nullptr;
+    }
+    void press(const QString &accessibleName);
+    void selectRows(const QList<int> &rows);
+    std::unique_ptr<ListScreen> m_screen;
+    QStringList m_names; // newest first, as the rows show them
+};
+
+void TestDeleting::init()
+{
+    m_screen = std::make_unique<ListScreen>();
+    m_names.clear();
+    for (int day = 19; day >= 15; --day)
+        m_names << m_screen->addRecording("TEL", "+1555000" + QString::number(day * 11),
+                                          QString("%1-Nov-2026-10-00-00").arg(day),
+                                          day % 2 ? "transcript" : QByteArray());
+}
+
+// A toolbar or bar button, by what it says to a screen reader.
+void TestDeleting::press(const QString &accessibleName)
+{
+    for (QAbstractButton *button : m_screen->window()->findChildren<QAbstractButton *>()) {
+        if (button->isVisible() &&
+            (button->accessibleName() == accessibleName || button->text() == accessibleName)) {
+            QTest::mouseClick(button, Qt::LeftButton);
+            return;
+        }
+    }
+    QFAIL(qPrintable("no button " + accessibleName));
+}
+
+void TestDeleting::selectRows(const QList<int> &rows)
+{
+    press("Edit");
+    for (const int row : rows)
+        m_screen->tapRow(row);
+}
+
+void TestDeleting::removesOnlyWhatWasChosen_data()
+{
+    QTest::addColumn<QStringList>("present");
+    QTest::addColumn<QString>("chosen");
+    QTest::addColumn<QStringList>("left");
+    QTest::addColumn<bool>("removed");
+    const QString caller = "msg-_TEL-_x-_d";
+    QTest::newRow("transcript goes too") << QStringList { caller + ".caf", caller + ".txt" }
+                                         << caller + ".caf" << QStringList() << true;
+    QTest::newRow(".caf twice") << QStringList { "a.caf.caf", "a.txt.txt", "a.caf.txt" }
+                                << "a.caf.caf" << QStringList { "a.caf.txt" } << true;
+    QTest::newRow("shell characters") << QStringList { "it's \"$HOME\"; rm *\n.caf" }
+                                      << "it's \"$HOME\"; rm *\n.caf" << QStringList() << true;
+    // The name as listed is the file; a decoded name that differs is some other file.
+    QTest::newRow("escape decoded")
+        << QStringList { "a%41.caf" } << "a%41.caf" << QStringList { "a%41.caf" } << false;
+    QTest::newRow("escape names another recording")
+        << QStringList { "a b.caf", "a%20b.caf" } << "a%20b.caf"
+        << QStringList { "a b.caf", "a%20b.caf" } << false;
+    QTest::newRow("bad escape") << QStringList { "50%off.caf" } << "50%off.caf"
+                                << QStringList { "50%off.caf" } << false;
+    QTest::newRow("escape to bytes that are no text")
+        << QStringList() << "%FF.caf" << QStringList() << false;
+    QTest::newRow("escaped slash") << QStringList() << "..%2Fsecret.caf" << QStringList() << false;
+    QTest::newRow("escaped parent") << QStringList() << "%2E%2E" << QStringList() << false;
+    QTest::newRow("folder") << QStringList { "dir.caf/inner" } << "dir.caf"
+                            << QStringList { "dir.caf", "dir.caf/inner" } << false;
+}
+
+void TestDeleting::removesOnlyWhatWasChosen()
+{
+    QFETCH(QStringList, present);
+    QFETCH(QString, chosen);
+    QFETCH(QStringList, left);
+    QFETCH(bool, removed);
+    QTemporaryDir root;
+    const QString messages = root.filePath("Messages");
+    QVERIFY(QDir().mkpath(messages));
+    for (const QString &name : present) {
+        QDir().mkpath(QFileInfo(messages + '/' + name).path());
+        QVERIFY(TestSupport::writeFile(messages + '/' + name));
+    }
+    // What a decoded "../secret.caf" would reach, and a link from inside to it.
+    QVERIFY(TestSupport::writeFile(root.filePath("secret.caf")));
+    QVERIFY(QFile::link(root.filePath("secret.caf"), messages + "/link.caf"));
+    left << "link.caf";
+
+    Entry entry;
+    entry.filename = chosen;
+    const RecordingDeleter deleter(messages);
+    const qint64 logStart = TestSupport::logSize();
+    QCOMPARE(deleter.removePaths(deleter.pathsToRemove({ entry })), removed);
+    QCOMPARE(TestSupport::logLinesSince(logStart).filter("delete error ").size(), removed ? 0 : 1);
+
+    entry.filename = "link.caf";
+    QVERIFY(deleter.removePaths(deleter.pathsToRemove({ entry })));
+    left.removeOne("link.caf");
+    QStringList remaining;
+    QDirIterator it(messages, QDir::AllEntries | QDir::NoDotAndDotDot | QDir::System,
+                    QDirIterator::Subdirectories);
+    while (it.hasNext())
+        remaining << QDir(messages).relativeFilePath(it.next());
+    remaining.sort();
+    left.sort();
+    QCOMPARE(remaining, left);
+    QVERIFY(QFile::exists(root.filePath("secret.caf")));
+}
+
+void TestDeleting::trashDeletesSelection_data()
+{
+    QTest::addColumn<QList<int>>("rows");
+    QTest::addColumn<QString>("question");
+    QTest::addColumn<bool>("stillEditing");
+    QTest::newRow("one, without asking") << QList<int> { 1 } << QString() << true;
+    QTest::newRow("three of five") << QList<int> { 0, 2, 4 } << "Delete 3 voicemails?" << true;
+    QTest::newRow("all") << QList<int> { 0, 1, 2, 3, 4 } << "Delete 5 voicemails?" << false;
+}
+
+void TestDeleting::trashDeletesSelection()
+{
+    QFETCH(QList<int>, rows);
+    QFETCH(QString, question);
+    QFETCH(bool, stillEditing);
+    m_screen->open();
+    selectRows(rows);
+    press("Delete");
+    QStringList expected = m_names;
+    for (const int row : rows)
+        expected.removeOne(m_names[row]);
+    if (!question.isEmpty()) {
+        QVERIFY(alert());
+        QCOMPARE(alert()->title(), question);
+        QCOMPARE(alert()->message(), "This action cannot be undone");
+        // Cancel first: nothing changes.
+        QTest::mouseClick(alert()->buttonForAction("Cancel"), Qt::LeftButton);
+        QCOMPARE(m_screen->table()->indexPathsForSelectedRows().size(), rows.size());
+        QCOMPARE(onDisk().filter(".caf").size(), 5);
+        press("Delete");
+        QTest::mouseClick(alert()->buttonForAction("Delete"), Qt::LeftButton);
+    }
+    QTRY_COMPARE(onDisk().filter(".caf"), QStringList(expected.crbegin(), expected.crend()));
+    QCOMPARE(onDisk().filter(".txt").size(),
+             int(expected.filter(QRegularExpression("1[579]-Nov")).size()));
+    QCOMPARE(m_screen->table()->numberOfRowsInSection(0), expected.size());
+    for (int row = 0; row < expected.size(); ++row)
+        QCOMPARE(m_screen->list()->entryList().at(row).filename, expected[row]);
+    QCOMPARE(m_screen->list()->isEditing(), stillEditing);
+    QCOMPARE(m_screen->navigation()->navigationBar()->leftButton()->text(),
+             stillEditing ? "Select All" : "Edit");
+}
+
+void TestDeleting::failedRemovalKeepsRows()
+{
+    // A folder with a recording's name cannot be removed as a recording.
+    const QString folder = TestSupport::recordingName("TEL", "+15550001", "20-Nov-2026-10-00-00");
+    QVERIFY(QDir(m_screen->messages()).mkpath(folder + "/kept"));
+    m_screen->open();
+    selectRows({ 0, 1, 2 });
+    const qint64 logStart = TestSupport::logSize();
+    press("Delete");
+    QTest::mouseClick(alert()->buttonForAction("Delete"), Qt::LeftButton);
+
+    QVERIFY(alert());
+    QCOMPARE(alert()->title(), "Vantrel");
+    QCOMPARE(alert()->message(),
+             "The selected voicemails could not be deleted because some of them contain illegal "
+             "characters in the filename. You will have to delete them manually from " +
+                 m_screen->messages() + " directory.");
+    QCOMPARE(TestSupport::logLinesSince(logStart)
+                 .filter("delete error remove " + m_screen->messages() + '/' + folder)
+                 .size(),
+             1);
+    QVERIFY(QFileInfo::exists(m_screen->messages() + '/' + folder + "/kept"));
+    QVERIFY(!QFileInfo::exists(m_screen->messages() + '/' + m_names[0]));
+    QVERIFY(!QFileInfo::exists(m_screen->messages() + '/' + m_names[1]));
+    QTest::mouseClick(alert()->buttonForAction("Okay"), Qt::LeftButton);
+    // The directory's change brings the list up to date: the folder and three others.
+    QTRY_COMPARE(m_screen->table()->numberOfRowsInSection(0), 4);
+}
+
+void TestDeleting::arrivalDuringQuestionDeletesOnlyChoice()
+{
+    m_screen->open();
+    selectRows({ 0, 1 });
+    press("Delete");
+    QCOMPARE(alert()->title(), "Delete 2 voicemails?");
+    // A recording arrives while the question is open; it lands on top of the list.
+    const QString arrived = m_screen->addRecording("TEL", "+15559999", "21-Nov-2026-10-00-00");
+    QTRY_COMPARE(m_screen->table()->numberOfRowsInSection(0), 6);
+    QTest::mouseClick(alert()->buttonForAction("Delete"), Qt::LeftButton);
+    QTRY_VERIFY(!onDisk().contains(m_names[0]) && !onDisk().contains(m_names[1]));
+    QVERIFY(onDisk().contains(arrived));
+    QCOMPARE(onDisk().filter(".caf").size(), 4);
+}
+
+void TestDeleting::swipeAndDeleteKey_data()
+{
+    QTest::addColumn<bool>("keyboard");
+    QTest::newRow("finger") << false;
+    QTest::newRow("Delete key") << true;
+}
+
+void TestDeleting::swipeAndDeleteKey()
+{
+    QFETCH(bool, keyboard);
+    m_screen->open();
+    TableView *table = m_screen->table();
+    table->setFocus();
+    const auto revealDelete = [&](int row) {
+        if (keyboard) {
+            table->setFocusedRow(row);
+            QTest::keyClick(table, Qt::Key_Delete);
+            return;
+        }
+        const QPoint from(250, row * 54 + 27);
+        QTest::mousePress(table->viewport(), Qt::LeftButton, {}, from);
+        for (int step = 1; step <= 5; ++step) {
+            const QPoint at = from - QPoint(30 * step, 0);
+            QMouseEvent move(QEvent::MouseMove, at, table->viewport()->mapToGlobal(at),
+                             Qt::NoButton, Qt::LeftButton, {});
+            QCoreApplication::sendEvent(table->viewport(), &move);
+        }
+        QTest::mouseRelease(table->viewport(), Qt::LeftButton, {}, from - QPoint(150, 0));
+    };
+
+    // An open row offers no Delete.
+    m_screen->tapRow(0);
+    QVERIFY(m_screen->waitForHeights({ 108, 54 }));
+    revealDelete(0);
+    QVERIFY(!table->deleteButton()->isVisible());
+    m_screen->tapRow(0);
+    QVERIFY(m_screen->waitForHeights({ 54, 54 }));
+
+    revealDelete(0);
+    QTRY_VERIFY(table->deleteButton()->isVisible());
+    if (keyboard)
+        QTest::keyClick(table, Qt::Key_Return);
+    else
+        QTest::mouseClick(table->deleteButton(), Qt::LeftButton);
+    QTRY_VERIFY(!onDisk().contains(m_names[0]));
+    QVERIFY(!onDisk().contains(QString(m_names[0]).replace(".caf", ".txt")));
+    QCOMPARE(onDisk().size(), 4 + 2);
+    QCOMPARE(table->numberOfRowsInSection(0), 4);
+    QCOMPARE(m_screen->list()->entryList().at(0).filename, m_names[1]);
+}
+
+QTEST_MAIN(TestDeleting)
+#include "tst_deleting.moc"
