@@ -1,0 +1,120 @@
+#pragma once
+
+#include <QObject>
+#include <QPointer>
+#include <QRect>
+#include <QUrl>
+#include <QVariantMap>
+#include <memory>
+
+class AlertController;
+class DesktopApplication;
+class DocumentInteractionController;
+class DocumentPreview;
+class QDBusPendingCallWatcher;
+class QFileDialog;
+class QProcess;
+
+// Told when the sheets of a DocumentInteractionController end. Not owned by the controller.
+// Each callback may release the controller; it then hears nothing more from it.
+class DocumentInteractionControllerDelegate
+{
+public:
+    virtual ~DocumentInteractionControllerDelegate() = default;
+    // The widget over whose window a preview is shown.
+    virtual QWidget *documentInteractionControllerViewControllerForPreview(
+        DocumentInteractionController *controller) = 0;
+    virtual void documentInteractionControllerDidEndPreview(DocumentInteractionController *) {}
+    // The file was handed to an application: its desktop id, or empty when the desktop's own
+    // chooser picked it without saying which.
+    virtual void
+    documentInteractionControllerDidEndSendingToApplication(DocumentInteractionController *,
+                                                            const QString & /*application*/)
+    {}
+    virtual void documentInteractionControllerDidDismissOptionsMenu(DocumentInteractionController *)
+    {}
+    virtual void documentInteractionControllerDidDismissOpenInMenu(DocumentInteractionController *)
+    {}
+};
+
+// The share sheet for one file, inside the window. The options menu rises from the bottom with
+// the file's name and offers Open (the default application), Open With… (the desktop portal's
+// chooser, or else the open-in menu), Save a Copy…, Copy (as a file URI), Show in Files, Mail
+// (xdg-email) and Cancel. The open-in menu lists the applications for the file's type; the
+// preview shows what the file holds. None of them ever offers to unpack an archive.
+//
+// Every menu that closes, however it closes, is reported once, and after what it led to: a
+// file handed to an application first, then the open-in menu, then the options menu it was
+// opened from. Only Open and Open With… hand the file to an application; the other actions end
+// with the menu's dismissal alone. Sheets still up when the controller is destroyed go with it,
+// unreported.
+class DocumentInteractionController : public QObject
+{
+    Q_OBJECT
+public:
+    static std::unique_ptr<DocumentInteractionController>
+    interactionControllerWithURL(const QUrl &fileUrl);
+    ~DocumentInteractionController() override;
+
+    QUrl URL() const { return m_url; }
+    // A type identifier such as "public.video"; kept for the caller, the file's own type is
+    // read from its name and contents.
+    QString UTI() const { return m_uti; }
+    void setUTI(const QString &uti) { m_uti = uti; }
+    QString name() const;
+    DocumentInteractionControllerDelegate *delegate() const { return m_delegate; }
+    void setDelegate(DocumentInteractionControllerDelegate *delegate) { m_delegate = delegate; }
+
+    // rect is in inView's coordinates; on a pad-sized window the menus point at it. Each answers
+    // false when nothing was shown: no view, a menu already up, or (for the open-in menu) no
+    // application for the file's type.
+    bool presentOptionsMenuFromRect(const QRect &rect, QWidget *inView, bool animated);
+    bool presentOpenInMenuFromRect(const QRect &rect, QWidget *inView, bool animated);
+    // Over the window of the delegate's viewControllerForPreview widget.
+    bool presentPreviewAnimated(bool animated);
+    void dismissMenuAnimated(bool animated);
+    void dismissPreviewAnimated(bool animated);
+
+    // What is on screen, for keyboard users' helpers and tests.
+    AlertController *currentMenu() const;
+    DocumentPreview *preview() const;
+
+private slots:
+    void portalResponse(uint response, const QVariantMap &results);
+
+private:
+    explicit DocumentInteractionController(const QUrl &url);
+    QString filePath() const { return m_url.toLocalFile(); }
+    QString mimeType() const;
+    void showOptionsMenu();
+    void showOpenInMenu(const QList<DesktopApplication> &applications);
+    // Ends whatever menus are up: reports a hand-over to an application when sent, then the
+    // open-in menu, then the options menu, each only if it was up.
+    void endMenus(bool sent, QString application = QString());
+    void closeMenus();
+    void cancel() { endMenus(false); }
+
+    // The actions of the options menu (DocumentInteractionController+Actions.cpp).
+    void openWithDefaultApplication();
+    void openWithChooser();
+    void saveCopy();
+    void saveCopyTo(const QString &destination, bool replace);
+    void alertThenEnd(const QString &title, const QString &message);
+    void copyToClipboard();
+    void showInFiles();
+    void mail();
+
+    QUrl m_url;
+    QString m_uti;
+    DocumentInteractionControllerDelegate *m_delegate { nullptr }; // not owned
+    QPointer<QWidget> m_window;
+    QRect m_sourceRect;
+    bool m_optionsMenuUp { false };
+    bool m_openInMenuUp { false };
+    QPointer<AlertController> m_sheet;
+    QPointer<QFileDialog> m_saveDialog;
+    QPointer<QProcess> m_query;
+    QPointer<QDBusPendingCallWatcher> m_portalCall;
+    QString m_portalRequest;
+    QPointer<DocumentPreview> m_preview;
+};
