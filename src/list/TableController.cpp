@@ -1,6 +1,7 @@
 #include "TableController.h"
 
 #include "VTCell.h"
+#include "actions/RecordingSharer.h"
 #include "core/Log.h"
 #include "platform/AudioSession.h"
 #include "platform/BarButtonItem.h"
@@ -39,6 +40,14 @@ TableController::TableController(const QString &messagesDirectory, QObject *pare
 
     _playerController = std::make_unique<VantrelPlayer>(_messagesDirectory);
 
+    recordingSharer = std::make_unique<RecordingSharer>(_messagesDirectory);
+    connect(recordingSharer.get(), &RecordingSharer::zippingStarted, this,
+            &TableController::zippingDidStart);
+    connect(recordingSharer.get(), &RecordingSharer::progressUpdated, this,
+            &TableController::zipProgressUpdatedWithPercent);
+    connect(recordingSharer.get(), &RecordingSharer::zippingFinished, this,
+            &TableController::zippingDidFinishSuccessfully);
+
     _shareButton =
         BarButtonItem::withImage(QStringLiteral("share"), BarButtonItem::Style::Plain, this);
     _shareButton->setObjectName(QStringLiteral("share"));
@@ -50,6 +59,7 @@ TableController::TableController(const QString &messagesDirectory, QObject *pare
     _trashButton->setAccessibleName(QStringLiteral("Delete"));
     _trashButton->setEnabled(false);
     connect(_trashButton, &BarButtonItem::triggered, this, &TableController::deleteSelectedRequest);
+    connect(_shareButton, &BarButtonItem::triggered, this, &TableController::shareSelectedRequest);
     auto *flexibleSpace = new BarButtonItem(BarButtonItem::SystemItem::FlexibleSpace, this);
     setToolbarItems({ _shareButton, flexibleSpace, _trashButton }, false);
 }

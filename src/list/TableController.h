@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/AlertController.h"
+#include "platform/DocumentInteractionController.h"
 #include "platform/Monogrammer.h"
 #include "platform/TableViewController.h"
 #include "store/Entry.h"
@@ -11,11 +13,13 @@
 #include <QSet>
 #include <memory>
 #include <optional>
+#include <vector>
 
 class BarButtonItem;
 class Button;
 class Contact;
 class ContactStore;
+class RecordingSharer;
 class VantrelPlayer;
 class VTCell;
 
@@ -23,7 +27,8 @@ class VTCell;
 // the directory and rebuilds the whole list whenever it changes.
 class TableController : public TableViewController,
                         public TableViewDataSource,
-                        public VTDirectoryWatcherDelegate
+                        public VTDirectoryWatcherDelegate,
+                        public DocumentInteractionControllerDelegate
 {
     Q_OBJECT
 public:
@@ -95,6 +100,22 @@ public:
 
     void directoryDidChange(VTDirectoryWatcher *watcher) override;
 
+    // The share sheet's previews show over this screen; each end of a sheet removes the
+    // archive it showed, never a recording.
+    QWidget *
+    documentInteractionControllerViewControllerForPreview(DocumentInteractionController *) override;
+    void
+    documentInteractionControllerDidEndPreview(DocumentInteractionController *controller) override;
+    void documentInteractionControllerDidEndSendingToApplication(
+        DocumentInteractionController *controller, const QString &application) override;
+    void documentInteractionControllerDidDismissOptionsMenu(
+        DocumentInteractionController *controller) override;
+    void documentInteractionControllerDidDismissOpenInMenu(
+        DocumentInteractionController *controller) override;
+
+    // The progress alert of the run under way, or of the last one until the next run.
+    AlertController *currentAlert() const { return _currentAlert; }
+
 public slots:
     // Output devices changed: proximity monitoring follows the receiver rule with this
     // screen's own playing flag.
@@ -108,6 +129,19 @@ public slots:
     // more.
     void deleteSelectedRequest(BarButtonItem *sender);
     void deleteSelected(BarButtonItem *sender);
+    // The share button: one recording goes to the share sheet; several are confirmed, then
+    // zipped under a progress alert into a dated archive that is previewed.
+    void shareSelectedRequest(BarButtonItem *sender);
+    void shareSelected();
+    void zipFiles(const QStringList &files, const QString &outputZipFile);
+    // A run's reports, in the order the archiver made them.
+    void zippingDidStart();
+    void zipProgressUpdatedWithPercent(int percent, const QString &currentFilePath,
+                                       int currentIndex, int totalFiles);
+    void zippingDidFinishSuccessfully(bool success);
+    // Ends a failed run after the failure title has been readable for a while.
+    void clearAlertOnMainThread(bool success);
+    void zipFinished(bool success);
 
 protected:
     void viewDidLoad() override;
@@ -116,6 +150,10 @@ private:
     // Takes the player down from the table's selected row, forgets the open row, deselects
     // it and lets the row shrink back.
     void closeOpenRow();
+    // A share sheet for url, kept until one of its ends lets it go.
+    DocumentInteractionController *keepInteractionController(const QUrl &url);
+    void releaseInteractionController(DocumentInteractionController *controller);
+    void removeTemporaryArchive(DocumentInteractionController *controller);
 
     // Fields keep the list's own names: a leading underscore for a field behind an accessor,
     // none for the others.
@@ -138,4 +176,10 @@ private:
     std::unique_ptr<ContactStore> entriesContactStore;
     std::unique_ptr<ContactStore> addressContactStore;
     std::unique_ptr<MessagesDirectoryFollower> directoryFollower;
+
+    QPointer<AlertController> _currentAlert;
+    std::unique_ptr<RecordingSharer> recordingSharer;
+    std::vector<std::unique_ptr<DocumentInteractionController>> interactionControllers;
+    // The archives this screen made and has not removed yet: only these are ever removed.
+    QSet<QString> sharedArchives;
 };

@@ -60,6 +60,7 @@ void AlertController::setTitle(const QString &title)
         m_titleLabel->setVisible(!title.isEmpty());
         placePanel();
     }
+    emit titleChanged(title);
 }
 
 void AlertController::setMessage(const QString &message)
@@ -71,6 +72,7 @@ void AlertController::setMessage(const QString &message)
         m_messageLabel->setVisible(!message.isEmpty());
         placePanel();
     }
+    emit messageChanged(message);
 }
 
 void AlertController::build()

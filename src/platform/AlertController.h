@@ -79,6 +79,9 @@ public:
 
 signals:
     void dismissed();
+    // Every new title or message, also those replaced before the screen was drawn again.
+    void titleChanged(const QString &title);
+    void messageChanged(const QString &message);
 
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;

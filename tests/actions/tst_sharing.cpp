@@ -1,0 +1,199 @@
+#include "ListScreen.h"
+#include "TestSupport.h"
+#include "actions/RecordingFiles.h"
+#include "actions/VantrelFileZipper.h"
+#include "platform/AlertController.h"
+#include "platform/DocumentInteractionController.h"
+#include "platform/DocumentPreview.h"
+
+#include <QDir>
+#include <QProcess>
+#include <QPushButton>
+#include <QTest>
+
+// Sharing recordings as a user does it: one straight to the share sheet, several packed into
+// a dated archive under a progress alert; and what is left on disk afterwards.
+class TestSharing : public QObject
+{
+    Q_OBJECT
+private slots:
+    void init();
+    void cleanup();
+    void archiveName_data();
+    void archiveName();
+    void zipsUnderProgressAlert();
+    void failedRunKeepsSelection();
+    void occupiedArchiveName();
+    void oneRecordingGoesToSheet();
+
+private:
+    AlertController *alert() const
+    {
+        for (AlertController *sheet : m_screen->window()->findChildren<AlertController *>()) {
+            if (sheet->isVisible())
+                return sheet;
+        }
+        return nullptr;
+    }
+    void press(const QString &name);
+    void shareRows(const QList<int> &rows);
+    QString archiveOf(int last, int first) const;
+    std::unique_ptr<ListScreen> m_screen;
+    QStringList m_names;
+};
+
+void TestSharing::init()
+{
+    VantrelFileZipper::zipExecutable = "/usr/bin/zip";
+    m_screen = std::make_unique<ListScreen>();
+    m_names = QStringList {
+        m_screen->addRecording("TEL", "+15551234567", "15-Nov-2026-22-10-07"),
+        m_screen->addRecording("TEL", "PRIVATE", "14-Nov-2026-12-00-00"),
+        m_screen->addRecording("TEL", "+15557654321", "14-Nov-2026-09-00-00"),
+    };
+}
+
+void TestSharing::cleanup()
+{
+    m_screen.reset();
+    QFile::remove(archiveOf(2, 0));
+    QDir(archiveOf(2, 0)).removeRecursively();
+}
+
+QString TestSharing::archiveOf(int last, int first) const
+{
+    const QStringList dates { "Nov 15 2026 - 22:10:07", "Nov 14 2026 - 12:00:00",
+                              "Nov 14 2026 - 09:00:00" };
+    return QString("/tmp/Vantrel-%1-%2.zip").arg(dates[last], dates[first]);
+}
+
+void TestSharing::press(const QString &name)
+{
+    for (QAbstractButton *button : m_screen->window()->findChildren<QAbstractButton *>()) {
+        if (button->isVisible() && (button->accessibleName() == name || button->text() == name)) {
+            QTest::mouseClick(button, Qt::LeftButton);
+            return;
+        }
+    }
+    QFAIL(qPrintable("no button " + name));
+}
+
+void TestSharing::shareRows(const QList<int> &rows)
+{
+    m_screen->open();
+    press("Edit");
+    for (const int row : rows)
+        m_screen->tapRow(row);
+    press("Share");
+}
+
+void TestSharing::archiveName_data()
+{
+    QTest::addColumn<std::optional<QString>>("last");
+    QTest::addColumn<std::optional<QString>>("first");
+    QTest::addColumn<QString>("path");
+    const QString nov15 = "Nov 15 2026 - 22:10:07";
+    const QString nov14 = "Nov 14 2026 - 09:00:00";
+    QTest::newRow("dated") << std::optional(nov14) << std::optional(nov15)
+                           << "/tmp/Vantrel-Nov 14 2026 - 09:00:00-Nov 15 2026 - 22:10:07.zip";
+    QTest::newRow("undated first") << std::optional(nov14) << std::optional<QString>()
+                                   << "/tmp/Vantrel-Nov 14 2026 - 09:00:00-2026-11-22 "
+                                      "15:04:05 +0000.zip";
+}
+
+void TestSharing::archiveName()
+{
+    QFETCH(std::optional<QString>, last);
+    QFETCH(std::optional<QString>, first);
+    QFETCH(QString, path);
+    const QDateTime now(QDate(2026, 11, 22), QTime(15, 4, 5), Qt::UTC);
+    QCOMPARE(RecordingFiles::sharedArchivePath(last, first, now), path);
+}
+
+void TestSharing::zipsUnderProgressAlert()
+{
+    shareRows({ 0, 1, 2 });
+    QCOMPARE(alert()->title(), "Share 3 recordings?");
+    QCOMPARE(alert()->message(), "Recordings will be compressed to a .zip file");
+    QTest::mouseClick(alert()->buttonForAction("Zip and Share"), Qt::LeftButton);
+    // Every text the progress alert takes, in order, also those replaced before a repaint.
+    AlertController *progress = m_screen->list()->currentAlert();
+    QStringList heard { progress->title(), progress->message() };
+    connect(progress, &AlertController::titleChanged, this, [&](const QString &t) { heard << t; });
+    connect(progress, &AlertController::messageChanged, this,
+            [&](const QString &m) { heard << m; });
+
+    // The preview of the dated archive, named last row first; edit mode is over.
+    const QString archive = archiveOf(2, 0);
+    QTRY_VERIFY(m_screen->window()->findChild<DocumentPreview *>());
+    QCOMPARE(heard,
+             QStringList({ "Compressing files: 0% (0/3)", "\nStarting...",
+                           "\nCompression started...", "\nCurrent file:\n\n" + m_names[0],
+                           "Compressing files: 33% (1/3)", "\nCurrent file:\n\n" + m_names[1],
+                           "Compressing files: 66% (2/3)", "\nCurrent file:\n\n" + m_names[2],
+                           "Compressing files: 100% (3/3)", "\nCompression finished." }));
+    QTRY_VERIFY(!alert());
+    QProcess unzip;
+    unzip.start("unzip", { "-Z1", archive });
+    QVERIFY(unzip.waitForFinished());
+    QCOMPARE(QString(unzip.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts), m_names);
+    QVERIFY(!QFile::exists(RecordingFiles::workingArchivePath()));
+    QVERIFY(!m_screen->list()->isEditing());
+
+    press("Done");
+    QTRY_VERIFY(!QFile::exists(archive));
+    QCOMPARE(QDir(m_screen->messages()).entryList(QDir::Files).size(), 3);
+}
+
+void TestSharing::failedRunKeepsSelection()
+{
+    VantrelFileZipper::zipExecutable = "/nonexistent/zip";
+    shareRows({ 0, 2 });
+    QTest::mouseClick(alert()->buttonForAction("Zip and Share"), Qt::LeftButton);
+    QTRY_COMPARE(alert()->title(), "Compression failed!");
+    QCOMPARE(alert()->message(), "\nCurrent file:\n\n" + m_names[2]);
+    // Readable for two seconds, then gone; the selection waits for another try.
+    QTRY_VERIFY_WITH_TIMEOUT(!alert(), 5000);
+    QVERIFY(m_screen->list()->isEditing());
+    QCOMPARE(m_screen->table()->indexPathsForSelectedRows().size(), 2);
+    QVERIFY(!QFile::exists(RecordingFiles::workingArchivePath()));
+}
+
+void TestSharing::occupiedArchiveName()
+{
+    // Something that cannot be replaced sits where the archive goes.
+    QVERIFY(QDir().mkpath(archiveOf(2, 0) + "/not yours"));
+    shareRows({ 0, 1, 2 });
+    QTest::mouseClick(alert()->buttonForAction("Zip and Share"), Qt::LeftButton);
+    QTRY_COMPARE(alert() ? alert()->title() : QString(), "File preparation error.");
+    QVERIFY(alert()->message().startsWith("An error occurred while accessing the zipped file"));
+    QTest::mouseClick(alert()->buttonForAction("Okay"), Qt::LeftButton);
+    QVERIFY(m_screen->window()->findChild<DocumentPreview *>());
+    press("Done");
+    QVERIFY(QFileInfo::exists(archiveOf(2, 0) + "/not yours"));
+}
+
+void TestSharing::oneRecordingGoesToSheet()
+{
+    // A Messages directory whose path holds ".zip": its recordings are still never removed.
+    const QString messages = m_screen->root() + "/backup.zip.d/Messages";
+    QVERIFY(QDir().mkpath(messages));
+    QVERIFY(QFile::rename(m_screen->messages() + '/' + m_names[0], messages + '/' + m_names[0]));
+    m_screen->open(messages);
+    press("Edit");
+    m_screen->tapRow(0);
+    press("Share");
+
+    // Straight to the sheet, no question and no archive; edit mode is over.
+    QVERIFY(alert());
+    QVERIFY(alert()->title().contains(m_names[0]) || alert()->message().contains(m_names[0]));
+    for (const QString &action : { "Open", "Open With…", "Save a Copy…", "Copy", "Mail" })
+        QVERIFY2(alert()->buttonForAction(action), qPrintable(action));
+    QVERIFY(!m_screen->list()->isEditing());
+    press("Cancel");
+    QTRY_VERIFY(!alert());
+    QVERIFY(QFile::exists(messages + '/' + m_names[0]));
+}
+
+QTEST_MAIN(TestSharing)
+#include "tst_sharing.moc"
