@@ -146,6 +146,8 @@ void TableController::zipFinished(bool success)
     // any, shows over it.
     DocumentInteractionController *controller =
         keepInteractionController(QUrl::fromLocalFile(shared));
+    // The archive goes when a sheet ends; what it is handed to reads it later.
+    controller->setHandsOverCopy(true);
     controller->presentPreviewAnimated(true);
     if (!moved) {
         auto *alert = AlertController::alertControllerWithTitle(

@@ -17,6 +17,7 @@
 #include <QMimeData>
 #include <QProcess>
 #include <QSaveFile>
+#include <QStandardPaths>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -40,11 +41,36 @@ bool openLocalFile(const QString &path)
     return QDesktopServices::openUrl(QUrl::fromLocalFile(path)) ||
            QProcess::startDetached(QStringLiteral("xdg-open"), { path });
 }
+// How long a hand-over copy is kept: long enough for any program to have read it.
+constexpr qint64 kHandOverKeepSeconds = 7 * 24 * 3600;
 } // namespace
+
+QString DocumentInteractionController::handedOverPath() const
+{
+    const QString path = filePath();
+    if (!m_handsOverCopy || !QFileInfo(path).isFile())
+        return path;
+    const QString folder = QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation) +
+                           QStringLiteral("/net.zorvath.vantrel/Shared");
+    if (!QDir().mkpath(folder))
+        return path;
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    for (const QFileInfo &old : QDir(folder).entryInfoList(QDir::Files | QDir::Hidden)) {
+        if (old.lastModified().secsTo(now) > kHandOverKeepSeconds)
+            QFile::remove(old.absoluteFilePath());
+    }
+    const QString copy = folder + u'/' + QFileInfo(path).fileName();
+    QFile::remove(copy);
+    if (!QFile::copy(path, copy)) {
+        mylog(QStringLiteral("VantrelLog : could not copy %1 to hand it over").arg(path));
+        return path;
+    }
+    return copy;
+}
 
 void DocumentInteractionController::openWithDefaultApplication()
 {
-    const QString path = filePath();
+    const QString path = handedOverPath();
     if (!QFileInfo(path).isFile() || !openLocalFile(path))
         return endMenus(false);
     // The desktop does not say which application it chose; its default for the type is it.
@@ -76,9 +102,9 @@ void DocumentInteractionController::openWithChooser()
 {
     m_openInMenuUp = true;
     QDBusConnection bus = QDBusConnection::sessionBus();
-    const int fd = bus.isConnected()
-                       ? ::open(QFile::encodeName(filePath()).constData(), O_RDONLY | O_CLOEXEC)
-                       : -1;
+    const int fd = bus.isConnected() ? ::open(QFile::encodeName(handedOverPath()).constData(),
+                                              O_RDONLY | O_CLOEXEC)
+                                     : -1;
     if (fd < 0)
         return showOpenInMenu(DesktopApplication::applicationsForMimeType(mimeType()));
     const QDBusUnixFileDescriptor descriptor(fd); // holds a duplicate
@@ -233,9 +259,10 @@ void DocumentInteractionController::alertThenEnd(const QString &title, const QSt
 void DocumentInteractionController::copyToClipboard()
 {
     // As file managers put a copied file: a URI list, the URI as text, and GNOME's own form.
-    const QByteArray uri = m_url.toEncoded();
+    const QUrl url = m_handsOverCopy ? QUrl::fromLocalFile(handedOverPath()) : m_url;
+    const QByteArray uri = url.toEncoded();
     auto *data = new QMimeData;
-    data->setUrls({ m_url });
+    data->setUrls({ url });
     data->setText(QString::fromUtf8(uri));
     data->setData(QStringLiteral("x-special/gnome-copied-files"), "copy\n" + uri);
     QGuiApplication::clipboard()->setMimeData(data);
@@ -244,14 +271,16 @@ void DocumentInteractionController::copyToClipboard()
 
 void DocumentInteractionController::showInFiles()
 {
-    const QString folder = QFileInfo(filePath()).absolutePath();
+    const QString shown = handedOverPath();
+    const QString folder = QFileInfo(shown).absolutePath();
     QDBusConnection bus = QDBusConnection::sessionBus();
     if (bus.isConnected()) {
         QDBusMessage call = QDBusMessage::createMethodCall(
             QStringLiteral("org.freedesktop.FileManager1"),
             QStringLiteral("/org/freedesktop/FileManager1"),
             QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("ShowItems"));
-        call << QStringList { QString::fromUtf8(m_url.toEncoded()) } << QString();
+        call << QStringList { QString::fromUtf8(QUrl::fromLocalFile(shown).toEncoded()) }
+             << QString();
         // The answer may come after this controller is gone; handling it needs nothing of it.
         auto *watcher =
             new QDBusPendingCallWatcher(bus.asyncCall(call), QCoreApplication::instance());
@@ -268,7 +297,7 @@ void DocumentInteractionController::showInFiles()
 
 void DocumentInteractionController::mail()
 {
-    const QString path = filePath();
+    const QString path = handedOverPath();
     // xdg-email refuses a missing attachment; there is nothing to send.
     if (QFileInfo(path).isFile() &&
         !QProcess::startDetached(QStringLiteral("xdg-email"), { QStringLiteral("--attach"), path }))

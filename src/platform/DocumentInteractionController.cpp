@@ -119,11 +119,11 @@ void DocumentInteractionController::showOpenInMenu(const QList<DesktopApplicatio
          readable ? applications : QList<DesktopApplication> {}) {
         sheet->addAction(AlertAction::actionWithTitle(
             application.name(), AlertAction::Style::Default,
-            [self = QPointer(this), application, path](const AlertAction &) {
+            [self = QPointer(this), application](const AlertAction &) {
                 if (!self)
                     return;
                 self->m_sheet = nullptr;
-                const bool started = application.launch(path);
+                const bool started = application.launch(self->handedOverPath());
                 if (!started)
                     mylog(QStringLiteral("VantrelLog : could not start %1")
                               .arg(application.desktopId()));

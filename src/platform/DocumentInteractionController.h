@@ -62,6 +62,11 @@ public:
     QString UTI() const { return m_uti; }
     void setUTI(const QString &uti) { m_uti = uti; }
     QString name() const;
+    // A file that goes when its sheet ends (an archive made only to be shared) is handed to
+    // other programs as a copy of its own, since they read it after the sheet has ended: a
+    // copy in the "Shared" folder of the user's cache, where copies older than a week go.
+    bool handsOverCopy() const { return m_handsOverCopy; }
+    void setHandsOverCopy(bool copy) { m_handsOverCopy = copy; }
     DocumentInteractionControllerDelegate *delegate() const { return m_delegate; }
     void setDelegate(DocumentInteractionControllerDelegate *delegate) { m_delegate = delegate; }
 
@@ -85,6 +90,8 @@ private slots:
 private:
     explicit DocumentInteractionController(const QUrl &url);
     QString filePath() const { return m_url.toLocalFile(); }
+    // The path to give another program: the file itself, or its hand-over copy.
+    QString handedOverPath() const;
     QString mimeType() const;
     void showOptionsMenu();
     void showOpenInMenu(const QList<DesktopApplication> &applications);
@@ -106,6 +113,7 @@ private:
 
     QUrl m_url;
     QString m_uti;
+    bool m_handsOverCopy { false };
     DocumentInteractionControllerDelegate *m_delegate { nullptr }; // not owned
     QPointer<QWidget> m_window;
     QRect m_sourceRect;

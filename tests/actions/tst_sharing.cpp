@@ -25,6 +25,7 @@ private slots:
     void failedRunKeepsSelection();
     void occupiedArchiveName();
     void oneRecordingGoesToSheet();
+    void mailedArchiveOutlivesSheet();
 
 private:
     AlertController *alert() const
@@ -193,6 +194,41 @@ void TestSharing::oneRecordingGoesToSheet()
     press("Cancel");
     QTRY_VERIFY(!alert());
     QVERIFY(QFile::exists(messages + '/' + m_names[0]));
+}
+
+void TestSharing::mailedArchiveOutlivesSheet()
+{
+    // A mail program that reads its attachment only once it has started: the sheet is over
+    // and the archive in /tmp gone by then.
+    QTemporaryDir home;
+    const QString attached = home.filePath("attached");
+    QVERIFY(QDir().mkpath(home.filePath("bin")));
+    QVERIFY(TestSupport::writeFile(
+        home.filePath("bin/xdg-email"),
+        QString("#!/bin/sh\nprintf '%s' \"$2\" > '%1'\n").arg(attached).toUtf8()));
+    QVERIFY(
+        QFile::setPermissions(home.filePath("bin/xdg-email"), QFile::ReadOwner | QFile::ExeOwner));
+    const QByteArray path = qgetenv("PATH");
+    qputenv("PATH", home.filePath("bin").toLocal8Bit() + ':' + path);
+    qputenv("XDG_CACHE_HOME", home.filePath("cache").toLocal8Bit());
+
+    shareRows({ 0, 2 });
+    QTest::mouseClick(alert()->buttonForAction("Zip and Share"), Qt::LeftButton);
+    QTRY_VERIFY(m_screen->window()->findChild<DocumentPreview *>());
+    QTRY_VERIFY(!alert());
+    press("Share");
+    press("Mail");
+    QTRY_VERIFY(QFile::exists(attached));
+    QTRY_VERIFY(!QFile::exists(archiveOf(2, 0)));
+    qputenv("PATH", path);
+
+    QFile file(attached);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    QProcess unzip;
+    unzip.start("unzip", { "-Z1", QString::fromUtf8(file.readAll()) });
+    QVERIFY(unzip.waitForFinished());
+    QCOMPARE(QString(unzip.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts),
+             QStringList({ m_names[0], m_names[2] }));
 }
 
 QTEST_MAIN(TestSharing)
