@@ -188,8 +188,8 @@ void TestSharing::oneRecordingGoesToSheet()
     // Straight to the sheet, no question and no archive; edit mode is over.
     QVERIFY(alert());
     QVERIFY(alert()->title().contains(m_names[0]) || alert()->message().contains(m_names[0]));
-    for (const QString &action : { "Open", "Open With…", "Save a Copy…", "Copy", "Mail" })
-        QVERIFY2(alert()->buttonForAction(action), qPrintable(action));
+    for (const char *action : { "Open", "Open With…", "Save a Copy…", "Copy", "Mail" })
+        QVERIFY2(alert()->buttonForAction(QString::fromUtf8(action)), action);
     QVERIFY(!m_screen->list()->isEditing());
     press("Cancel");
     QTRY_VERIFY(!alert());
