@@ -6,6 +6,7 @@
 #include "playback/VantrelPlayer.h"
 
 #include <QAccessible>
+#include <QDBusConnection>
 #include <QDir>
 #include <QPushButton>
 #include <QScrollBar>
@@ -29,12 +30,18 @@ private slots:
     void reusedRowKeepsItsReadButton();
     void rowsReadThroughAccessibility();
     void editModeSelectsWithoutOpening();
+    void settingsButton_data();
+    void settingsButton();
+
+public slots:
+    void settingsRequested() { ++m_settingsRequests; }
 
 private:
     AlertController *alert() const { return m_screen->window()->findChild<AlertController *>(); }
     QStringList dialed() const;
     std::unique_ptr<ListScreen> m_screen;
     QTemporaryDir m_dialer;
+    int m_settingsRequests { 0 };
 };
 
 // Stands in for the phone's dialer: a desktop application registered with xdg-mime as the
@@ -323,6 +330,42 @@ void TestRows::editModeSelectsWithoutOpening()
     QTest::mouseClick(bar->rightButton(), Qt::LeftButton);
     QTRY_COMPARE(bar->leftButton()->text(), "Edit");
     QVERIFY(m_screen->navigation()->isToolbarHidden());
+}
+
+void TestRows::settingsButton_data()
+{
+    QTest::addColumn<bool>("settingsApplication");
+    QTest::newRow("a settings application opens the pane") << true;
+    QTest::newRow("none: the recording component is asked") << false;
+}
+
+void TestRows::settingsButton()
+{
+    QFETCH(bool, settingsApplication);
+    // The stand-in dialer takes the settings scheme too, when told to.
+    const QString mimeapps = m_dialer.filePath("config/mimeapps.list");
+    QFile list(mimeapps);
+    QVERIFY(list.open(QIODevice::ReadOnly));
+    const QByteArray saved = list.readAll();
+    list.close();
+    if (settingsApplication)
+        QVERIFY(TestSupport::writeFile(
+            mimeapps, saved + "x-scheme-handler/prefs=vantrel-test-dialer.desktop\n"));
+    m_settingsRequests = 0;
+    static const bool listening = QDBusConnection::sessionBus().connect(
+        QString(), "/net/zorvath/vantrel", "net.zorvath.vantrel", "openSettings", this,
+        SLOT(settingsRequested()));
+    QVERIFY(listening);
+
+    m_screen->open();
+    QTest::mouseClick(m_screen->navigation()->navigationBar()->rightButton(), Qt::LeftButton);
+    if (settingsApplication)
+        QTRY_COMPARE(dialed(), QStringList({ "prefs:root=Vantrel%20Plus" }));
+    else
+        QTRY_COMPARE(m_settingsRequests, 1);
+    QCOMPARE(m_settingsRequests, settingsApplication ? 0 : 1);
+    QCOMPARE(dialed().size(), settingsApplication ? 1 : 0);
+    QVERIFY(TestSupport::writeFile(mimeapps, saved));
 }
 
 QTEST_MAIN(TestRows)
