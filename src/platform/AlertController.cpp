@@ -27,6 +27,21 @@ QString buttonStyle(AlertAction::Style style)
         .arg(color.name(),
              style == AlertAction::Style::Cancel ? QStringLiteral("font-weight: 600;") : QString());
 }
+// A message's long unbroken words (a recording's file name) may break anywhere, so that
+// they wrap inside the panel instead of running out of it. Only what is drawn changes.
+QString wrappable(const QString &text)
+{
+    constexpr int kLongWord = 16;
+    QString shown;
+    int run = 0;
+    for (const QChar c : text) {
+        run = c.isSpace() ? 0 : run + 1;
+        if (run > kLongWord)
+            shown += QChar(0x200B); // a zero-width space: a place to break, nothing drawn
+        shown += c;
+    }
+    return shown;
+}
 } // namespace
 
 AlertController *AlertController::alertControllerWithTitle(const QString &title,
@@ -68,7 +83,7 @@ void AlertController::setMessage(const QString &message)
     m_message = message;
     setAccessibleDescription(message);
     if (m_messageLabel) {
-        m_messageLabel->setText(message);
+        m_messageLabel->setText(wrappable(message));
         m_messageLabel->setVisible(!message.isEmpty());
         placePanel();
     }
@@ -95,7 +110,7 @@ void AlertController::build()
         QStringLiteral("color: white; font-size: 17px; font-weight: 600; padding: 0 16px;"));
     m_titleLabel->setVisible(!m_title.isEmpty());
     layout->addWidget(m_titleLabel);
-    m_messageLabel = new QLabel(m_message, m_panel);
+    m_messageLabel = new QLabel(wrappable(m_message), m_panel);
     m_messageLabel->setObjectName(QStringLiteral("AlertMessage"));
     m_messageLabel->setTextFormat(Qt::PlainText);
     m_messageLabel->setAlignment(Qt::AlignCenter);
@@ -156,7 +171,12 @@ void AlertController::placePanel()
                            : popover               ? kPopoverWidth
                                                    : width - 2 * kSheetMargin;
     m_panel->setFixedWidth(panelWidth);
-    m_panel->adjustSize();
+    // A new title or message is measured now, not at the next turn of the event loop.
+    QLayout *layout = m_panel->layout();
+    layout->invalidate();
+    m_panel->resize(panelWidth, layout->hasHeightForWidth()
+                                    ? layout->totalHeightForWidth(panelWidth)
+                                    : layout->totalSizeHint().height());
     const QSize size = m_panel->size();
     QPoint topLeft;
     if (m_style == Style::Alert)

@@ -79,9 +79,12 @@ DocumentPreview::DocumentPreview(const QString &path, QWidget *window) : QWidget
     m_summary->setStyleSheet(QStringLiteral("color: white; font-size: 15px; padding: 16px;"));
     m_members = new QListWidget(this);
     m_members->setSelectionMode(QAbstractItemView::NoSelection);
+    // Recording names are long: each shows its start and its end, on one line.
+    m_members->setTextElideMode(Qt::ElideMiddle);
+    m_members->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     m_members->setAccessibleName(tr("Contents"));
     m_members->setStyleSheet(QStringLiteral("QListWidget { color: white; background: transparent;"
-                                            " border: none; font-size: 15px; }"));
+                                            " border: none; font-size: 15px; padding: 0 12px; }"));
     m_members->hide();
 
     auto *layout = new QVBoxLayout(this);

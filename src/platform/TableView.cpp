@@ -290,6 +290,7 @@ void TableView::layoutCells()
                 cell->setParent(viewport());
             m_visibleCells.insert(row, cell);
             cell->setSelected(m_selectedRows.contains(row));
+            cell->setShowsSelectionMark(showsSelectionMarks());
             cell->setKeyboardFocused(row == m_focusedRow && hasFocus() && m_keyboardInUse);
             cell->setSwipeOffset(row == m_deleteRow ? -kDeleteButtonWidth : 0);
         }
@@ -466,6 +467,8 @@ void TableView::setEditing(bool editing, bool)
             cell->setSelected(false);
     }
     m_selectedRows.clear();
+    for (TableViewCell *cell : std::as_const(m_visibleCells))
+        cell->setShowsSelectionMark(showsSelectionMarks());
 }
 
 void TableView::userTappedRow(int row)

@@ -115,6 +115,8 @@ public:
     }
 
     void setBackgroundColor(const QColor &color);
+    // Rows show round check marks while several can be chosen.
+    bool showsSelectionMarks() const { return m_editing && m_multipleSelectionDuringEditing; }
 
     // The row that keyboard actions apply to, or -1.
     int focusedRow() const { return m_focusedRow; }

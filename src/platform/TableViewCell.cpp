@@ -12,6 +12,7 @@ constexpr int kDetailFontSize = 12;
 constexpr int kTextHeight = 21;
 constexpr int kDetailHeight = 15;
 constexpr QColor kSeparatorColor { 84, 84, 88 };
+constexpr QColor kMarkColor { 10, 132, 255 };
 } // namespace
 
 TableViewCell::TableViewCell(Style style, const QString &reuseIdentifier, QWidget *parent)
@@ -67,6 +68,15 @@ void TableViewCell::setKeyboardFocused(bool focused)
     update();
 }
 
+void TableViewCell::setShowsSelectionMark(bool shows)
+{
+    if (m_showsSelectionMark == shows)
+        return;
+    m_showsSelectionMark = shows;
+    layoutSubviews();
+    update();
+}
+
 void TableViewCell::setSwipeOffset(int offset)
 {
     if (m_swipeOffset == offset)
@@ -82,7 +92,8 @@ void TableViewCell::resizeEvent(QResizeEvent *)
 
 void TableViewCell::layoutSubviews()
 {
-    m_contentView->setGeometry(rect().translated(m_swipeOffset, 0));
+    const int indent = m_showsSelectionMark ? kSelectionMarkWidth : 0;
+    m_contentView->setGeometry(rect().adjusted(indent, 0, 0, 0).translated(m_swipeOffset, 0));
     const int h = height();
     int x = kMargin;
     const QPixmap image = m_imageView->pixmap();
@@ -101,7 +112,7 @@ void TableViewCell::layoutSubviews()
     } else {
         m_textLabel->setGeometry(x, (h - kTextHeight) / 2, textWidth, kTextHeight);
     }
-    m_separatorView->setGeometry(x, h - 1, width() - x, 1);
+    m_separatorView->setGeometry(indent + x, h - 1, width() - indent - x, 1);
     m_separatorView->raise();
 }
 
@@ -118,6 +129,24 @@ void TableViewCell::paintEvent(QPaintEvent *)
                                     : QColor(128, 128, 128, 90);
         if (!m_selectedBackgroundView || m_selectedBackgroundView->autoFillBackground())
             painter.fillRect(rect(), selected);
+    }
+    if (m_showsSelectionMark) {
+        painter.setRenderHint(QPainter::Antialiasing);
+        const QRectF mark(kMargin - 2, (height() - 22) / 2.0, 22, 22);
+        if (m_selected) {
+            painter.setPen(Qt::NoPen);
+            painter.setBrush(kMarkColor);
+            painter.drawEllipse(mark);
+            painter.setPen(QPen(Qt::white, 2, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+            const QPointF tick[] = { mark.topLeft() + QPointF(6, 11.5),
+                                     mark.topLeft() + QPointF(9.5, 15),
+                                     mark.topLeft() + QPointF(16, 7.5) };
+            painter.drawPolyline(tick, 3);
+        } else {
+            painter.setPen(QPen(kSeparatorColor.lighter(150), 1.5));
+            painter.setBrush(Qt::NoBrush);
+            painter.drawEllipse(mark.adjusted(0.75, 0.75, -0.75, -0.75));
+        }
     }
     if (m_keyboardFocused) {
         painter.setPen(QPen(QColor(10, 132, 255), 2));

@@ -48,6 +48,12 @@ public:
     void setKeyboardFocused(bool focused);
     bool isKeyboardFocused() const { return m_keyboardFocused; }
 
+    // In edit mode with several rows chosen at once, the content moves right to make room
+    // for a round check mark, filled while the row is selected.
+    void setShowsSelectionMark(bool shows);
+    bool showsSelectionMark() const { return m_showsSelectionMark; }
+    static constexpr int kSelectionMarkWidth = 38;
+
     // How far the content is slid left to show the Delete button behind it.
     void setSwipeOffset(int offset);
     int swipeOffset() const { return m_swipeOffset; }
@@ -78,5 +84,6 @@ private:
     QColor m_selectionTintColor;
     bool m_selected { false };
     bool m_keyboardFocused { false };
+    bool m_showsSelectionMark { false };
     int m_swipeOffset { 0 };
 };

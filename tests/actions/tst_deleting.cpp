@@ -83,6 +83,15 @@ void TestDeleting::selectRows(const QList<int> &rows)
     }
     for (const int row : rows)
         m_screen->tapRow(row);
+    // Each chosen row, and only those, shows a filled check mark at its left.
+    for (int row = 0; row < m_names.size(); ++row) {
+        const QImage mark = m_screen->cell(row)->grab(QRect(12, 15, 26, 26)).toImage();
+        bool filled = false;
+        for (int y = 0; y < mark.height(); ++y)
+            for (int x = 0; x < mark.width(); ++x)
+                filled |= QColor(mark.pixel(x, y)).blue() > 200 && qRed(mark.pixel(x, y)) < 80;
+        QCOMPARE(filled, rows.contains(row));
+    }
 }
 
 void TestDeleting::removesOnlyWhatWasChosen_data()

@@ -1,19 +1,25 @@
-// Draws the pictures of the README: the demo list closed, with a row open, and with a
-// transcript shown. The real application on the demo recordings, driven as a user would.
+// Draws the pictures of the README: the demo list closed, with a row open, with a transcript
+// shown, in edit mode, zipping three recordings and previewing their archive. The real
+// application on the demo recordings, driven as a user would.
 //
 //   make_screenshots OUTPUT_DIR
 
+#include "actions/VantrelFileZipper.h"
 #include "app/DemoDirectory.h"
 #include "app/VantrelApplication.h"
 #include "list/TableController.h"
 #include "list/VTCell.h"
-
-#include <QScrollBar>
+#include "platform/AlertController.h"
+#include "platform/BarButtonItem.h"
 #include "platform/Button.h"
+#include "platform/DocumentPreview.h"
 #include "playback/VantrelPlayer.h"
 
+#include <QFile>
+#include <QPushButton>
+#include <QScrollBar>
+#include <QTemporaryDir>
 #include <QTest>
-
 #include <cstdio>
 
 namespace {
@@ -32,7 +38,8 @@ bool save(QWidget *window, const QString &path)
 void tapRow(TableView *table, int row)
 {
     const QRect rect = table->rectForRowAtIndexPath({ 0, row });
-    QTest::mouseClick(table->viewport(), Qt::LeftButton, {}, QPoint(rect.center().x(), rect.top() + 27));
+    QTest::mouseClick(table->viewport(), Qt::LeftButton, {},
+                      QPoint(rect.center().x(), rect.top() + 27));
 }
 
 } // namespace
@@ -77,5 +84,45 @@ int main(int argc, char *argv[])
         return 1;
     QTest::mouseClick(cell->readButton(), Qt::LeftButton);
     ok = save(window, output + "/transcript.png") && ok;
+    QTest::mouseClick(cell->readButton(), Qt::LeftButton);
+
+    // Edit mode with three recordings chosen.
+    TableController *list = application.tableController();
+    list->toggleEdit();
+    for (const int row : { 0, 2, 3 })
+        tapRow(table, row);
+    ok = save(window, output + "/edit-mode.png") && ok;
+
+    // Zipping them, slowed down so that the alert can be caught half-way.
+    QTemporaryDir slow;
+    const QString slowZip = slow.filePath("zip");
+    QFile script(slowZip);
+    if (!script.open(QIODevice::WriteOnly) ||
+        script.write("#!/bin/sh\n/usr/bin/zip \"$@\" >/dev/null; sleep 1\n") < 0)
+        return 1;
+    script.close();
+    script.setPermissions(QFile::ReadOwner | QFile::ExeOwner);
+    const QByteArray zipPath = QFile::encodeName(slowZip);
+    VantrelFileZipper::zipExecutable = zipPath.constData();
+    list->shareSelectedRequest(list->shareButton());
+    const auto sheet = [window] { return window->findChild<AlertController *>(); };
+    if (!sheet() || !sheet()->buttonForAction(QStringLiteral("Zip and Share")))
+        return 1;
+    QTest::mouseClick(sheet()->buttonForAction(QStringLiteral("Zip and Share")), Qt::LeftButton);
+    if (!QTest::qWaitFor(
+            [&] {
+                return list->currentAlert() &&
+                       list->currentAlert()->title().contains(QLatin1String("(1/3)"));
+            },
+            10000))
+        return 1;
+    ok = save(window, output + "/zip-progress.png") && ok;
+    if (!QTest::qWaitFor([&] { return window->findChild<DocumentPreview *>() != nullptr; }, 10000))
+        return 1;
+    ok = save(window, output + "/archive-preview.png") && ok;
+    VantrelFileZipper::zipExecutable = "/usr/bin/zip";
+    // Done ends the preview, and the archive goes with it.
+    if (auto *preview = window->findChild<DocumentPreview *>())
+        QTest::mouseClick(preview->doneButton(), Qt::LeftButton);
     return ok ? 0 : 1;
 }
