@@ -3,6 +3,7 @@
 #include "core/Log.h"
 
 #include <QFile>
+#include <QRegularExpression>
 #include <QStringDecoder>
 #include <cerrno>
 #include <cstring>
@@ -11,38 +12,13 @@
 
 namespace RecordingFiles {
 
-namespace {
-int hexValue(char c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
-}
-} // namespace
-
 std::optional<QString> stringByRemovingPercentEscapes(const QString &text)
 {
-    const QByteArray utf8 = text.toUtf8();
-    QByteArray bytes;
-    bytes.reserve(utf8.size());
-    for (qsizetype i = 0; i < utf8.size(); ++i) {
-        if (utf8[i] != '%') {
-            bytes.append(utf8[i]);
-            continue;
-        }
-        const int high = i + 2 < utf8.size() ? hexValue(utf8[i + 1]) : -1;
-        const int low = high >= 0 ? hexValue(utf8[i + 2]) : -1;
-        if (low < 0)
-            return std::nullopt;
-        bytes.append(char(high * 16 + low));
-        i += 2;
-    }
+    static const QRegularExpression malformed(QStringLiteral("%(?![0-9A-Fa-f]{2})"));
+    if (text.contains(malformed))
+        return std::nullopt;
     QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
-    QString decoded = decoder(bytes);
+    QString decoded = decoder(QByteArray::fromPercentEncoding(text.toUtf8()));
     if (decoder.hasError())
         return std::nullopt;
     return decoded;

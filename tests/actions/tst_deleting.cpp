@@ -33,16 +33,8 @@ private:
         return QDir(m_screen->messages())
             .entryList(QDir::Files | QDir::Dirs | QDir::NoDotAndDotDot | QDir::System, QDir::Name);
     }
-    // The sheet showing now; one just answered may linger until the event loop deletes it.
-    AlertController *alert() const
-    {
-        for (AlertController *sheet : m_screen->window()->findChildren<AlertController *>()) {
-            if (sheet->isVisible())
-                return sheet;
-        }
-        return nullptr;
-    }
-    void press(const QString &accessibleName);
+    AlertController *alert() const { return m_screen->alert(); }
+    void press(const QString &name) { m_screen->press(name); }
     void selectRows(const QList<int> &rows);
     std::unique_ptr<ListScreen> m_screen;
     QStringList m_names; // newest first, as the rows show them
@@ -56,19 +48,6 @@ void TestDeleting::init()
         m_names << m_screen->addRecording("TEL", "+1555000" + QString::number(day * 11),
                                           QString("%1-Nov-2026-10-00-00").arg(day),
                                           day % 2 ? "transcript" : QByteArray());
-}
-
-// A toolbar or bar button, by what it says to a screen reader.
-void TestDeleting::press(const QString &accessibleName)
-{
-    for (QAbstractButton *button : m_screen->window()->findChildren<QAbstractButton *>()) {
-        if (button->isVisible() &&
-            (button->accessibleName() == accessibleName || button->text() == accessibleName)) {
-            QTest::mouseClick(button, Qt::LeftButton);
-            return;
-        }
-    }
-    QFAIL(qPrintable("no button " + accessibleName));
 }
 
 void TestDeleting::selectRows(const QList<int> &rows)

@@ -28,15 +28,8 @@ private slots:
     void mailedArchiveOutlivesSheet();
 
 private:
-    AlertController *alert() const
-    {
-        for (AlertController *sheet : m_screen->window()->findChildren<AlertController *>()) {
-            if (sheet->isVisible())
-                return sheet;
-        }
-        return nullptr;
-    }
-    void press(const QString &name);
+    AlertController *alert() const { return m_screen->alert(); }
+    void press(const QString &name) { m_screen->press(name); }
     void shareRows(const QList<int> &rows);
     QString archiveOf(int last, int first) const;
     std::unique_ptr<ListScreen> m_screen;
@@ -66,17 +59,6 @@ QString TestSharing::archiveOf(int last, int first) const
     const QStringList dates { "Nov 15 2026 - 22:10:07", "Nov 14 2026 - 12:00:00",
                               "Nov 14 2026 - 09:00:00" };
     return QString("/tmp/Vantrel-%1-%2.zip").arg(dates[last], dates[first]);
-}
-
-void TestSharing::press(const QString &name)
-{
-    for (QAbstractButton *button : m_screen->window()->findChildren<QAbstractButton *>()) {
-        if (button->isVisible() && (button->accessibleName() == name || button->text() == name)) {
-            QTest::mouseClick(button, Qt::LeftButton);
-            return;
-        }
-    }
-    QFAIL(qPrintable("no button " + name));
 }
 
 void TestSharing::shareRows(const QList<int> &rows)

@@ -1,7 +1,9 @@
 #include "ListScreen.h"
 
 #include "TestSupport.h"
+#include "platform/AlertController.h"
 
+#include <QAbstractButton>
 #include <QDir>
 #include <QScrollBar>
 #include <QTest>
@@ -66,4 +68,24 @@ bool ListScreen::waitForHeights(const QList<int> &heights)
     };
     return QTest::qWaitFor([&] { return !table()->isAnimatingHeights() && current() == heights; },
                            3000);
+}
+
+AlertController *ListScreen::alert() const
+{
+    for (AlertController *sheet : m_window->findChildren<AlertController *>()) {
+        if (sheet->isVisible())
+            return sheet;
+    }
+    return nullptr;
+}
+
+void ListScreen::press(const QString &name)
+{
+    for (QAbstractButton *button : m_window->findChildren<QAbstractButton *>()) {
+        if (button->isVisible() && (button->accessibleName() == name || button->text() == name)) {
+            QTest::mouseClick(button, Qt::LeftButton);
+            return;
+        }
+    }
+    QFAIL(qPrintable("no button " + name));
 }

@@ -5,6 +5,8 @@
 #include "list/VTCell.h"
 
 #include <QTemporaryDir>
+
+class AlertController;
 #include <QWidget>
 #include <memory>
 
@@ -36,6 +38,10 @@ public:
     void tapRow(int row);
     // The row heights once the animation has ended.
     bool waitForHeights(const QList<int> &heights);
+    // The alert or sheet showing now; one just answered may linger until it is deleted.
+    AlertController *alert() const;
+    // Clicks the visible button a screen reader calls name, or that shows it as its text.
+    void press(const QString &name);
 
 private:
     QTemporaryDir m_root;
