@@ -13,6 +13,8 @@ packages=(
     libqt6svg6 qt6-qpa-plugins qt6-wayland fonts-dejavu-core xdg-utils zip dbus dbus-bin dbus-daemon
     # test: a private session bus and an audio server with null sinks
     pulseaudio pulseaudio-utils
+    # test: media keys are pressed by the real MPRIS client
+    playerctl
     # test: archives are read back as a user would list them
     unzip
     # test: the audio decoder's recordings are made fresh by the ffmpeg tool

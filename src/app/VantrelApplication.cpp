@@ -1,5 +1,6 @@
 #include "VantrelApplication.h"
 
+#include "MediaPlayer2.h"
 #include "RootViewController.h"
 #include "list/TableController.h"
 #include "platform/AudioSession.h"
@@ -71,6 +72,7 @@ void VantrelApplication::applicationDidFinishLaunching()
     layout->addWidget(_viewController);
     Device::currentDevice()->setWindow(_window.get());
     _window->show();
+    m_mediaPlayer = std::make_unique<MediaPlayer2>(_tableController.get(), _window.get());
     _window->activateWindow();
 
     // 8.

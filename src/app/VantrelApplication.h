@@ -5,6 +5,7 @@
 #include <QWidget>
 #include <memory>
 
+class MediaPlayer2;
 class RootViewController;
 class TableController;
 
@@ -66,6 +67,8 @@ private:
     std::unique_ptr<TableController> _tableController;
     std::unique_ptr<QWidget> _window;
     RootViewController *_viewController { nullptr }; // a child of the window
+    // Media keys and panels drive the list's player; it goes before the list it reads.
+    std::unique_ptr<MediaPlayer2> m_mediaPlayer;
 
     bool m_hasBeenActive { false };
     bool m_wentToBackground { false };

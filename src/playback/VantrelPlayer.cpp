@@ -56,8 +56,7 @@ VantrelPlayer::VantrelPlayer(const QString &messagesDirectory, QObject *parent)
     m_speakerButton->setGeometry(width - 50, 0, 40, 40);
     m_speakerButton->setImage(QStringLiteral("speaker"), Button::State::Normal);
     m_speakerButton->setImage(QStringLiteral("speaker-selected"), Button::State::Selected);
-    connect(m_speakerButton, &Button::clicked, this,
-            [this] { toggleSpeaker(m_speakerButton); });
+    connect(m_speakerButton, &Button::clicked, this, [this] { toggleSpeaker(m_speakerButton); });
     m_speakerButton->setImageEdgeInsets(
         QMargins(kSpeakerInset, kSpeakerInset, kSpeakerInset, kSpeakerInset));
     m_speakerButton->setSelected(isLoud());
@@ -163,8 +162,8 @@ void VantrelPlayer::setupPlayerForCell(PlayerCell *cell)
     // 3.
     resetErrorView();
     // 4.
-    m_urlString = filePath.isNull() ? QString()
-                                    : QStringLiteral("%1/%2").arg(m_messagesDirectory, filePath);
+    m_urlString =
+        filePath.isNull() ? QString() : QStringLiteral("%1/%2").arg(m_messagesDirectory, filePath);
     // 5. The recording opens on the player's thread; the row learns which way it went.
     m_player = makePlayer();
     const QPointer<QWidget> playerView = cell->playerView();
@@ -197,19 +196,20 @@ void VantrelPlayer::didLoadForCell(bool ok, QPointer<QWidget> playerView, int fi
         return;
     }
     // 7.
+    m_loaded = true;
     m_player->setMeteringEnabled(true);
     m_player->setDelegate(this);
     m_player->prepareToPlay();
     m_progressView->setTotalDuration(m_player->duration());
+    emit playbackChanged();
     if (!playerView)
         return;
     m_container->setParent(playerView);
     m_container->setGeometry(0, 0, playerView->width(), qRound(kContainerHeight));
     m_container->show();
     // By then the row has finished growing, and the scrub bar takes its final width.
-    QTimer::singleShot(kLayoutDelayMs, m_progressView, [view = m_progressView] {
-        view->layoutSubviews();
-    });
+    QTimer::singleShot(kLayoutDelayMs, m_progressView,
+                       [view = m_progressView] { view->layoutSubviews(); });
 }
 
 void VantrelPlayer::togglePlay()
@@ -278,6 +278,17 @@ void VantrelPlayer::handlePlaybackStateChanged()
     m_playbackButton->setSelected(playing);
     // 5.
     emit audioRouteChanged();
+    emit playbackChanged();
+}
+
+void VantrelPlayer::seekTo(double seconds)
+{
+    if (!hasRecording())
+        return;
+    const double to = qBound(0.0, seconds, m_player->duration());
+    m_player->setCurrentTime(to);
+    m_progressView->setCurrentTime(to);
+    emit seeked(to);
 }
 
 void VantrelPlayer::updateScrubber()
@@ -296,9 +307,9 @@ double VantrelPlayer::audioLevelForChannel(int channel)
 void VantrelPlayer::toggleSpeaker(Button *button)
 {
     const bool wasLoud = isLoud();
-    AudioSession::sharedInstance()->setCategory(wasLoud
-                                                    ? AudioSession::AVAudioSessionCategoryPlayAndRecord
-                                                    : AudioSession::AVAudioSessionCategoryPlayback);
+    AudioSession::sharedInstance()->setCategory(
+        wasLoud ? AudioSession::AVAudioSessionCategoryPlayAndRecord
+                : AudioSession::AVAudioSessionCategoryPlayback);
     if (button)
         button->setSelected(!wasLoud);
 }
@@ -311,8 +322,10 @@ void VantrelPlayer::progressViewDidBeginScrubbing(VantrelProgressView *)
 
 void VantrelPlayer::progressViewDidScrubToCurrentTime(VantrelProgressView *, double seconds)
 {
-    if (m_player)
-        m_player->setCurrentTime(seconds);
+    if (!m_player)
+        return;
+    m_player->setCurrentTime(seconds);
+    emit seeked(seconds);
 }
 
 void VantrelPlayer::progressViewDidEndScrubbing(VantrelProgressView *)
@@ -327,6 +340,7 @@ void VantrelPlayer::audioPlayerDidFinishPlaying(AudioPlayer *, bool)
     handlePlaybackStateChanged();
     m_playbackButton->setSelected(false);
     emit audioRouteChanged();
+    emit seeked(0);
 }
 
 void VantrelPlayer::audioPlayerBeginInterruption(AudioPlayer *player)
@@ -367,6 +381,7 @@ void VantrelPlayer::destroyPlayer(PlayerCell *)
     emit audioRouteChanged();
     // 5.
     m_player.reset();
+    m_loaded = false;
     // 6. Nothing is looked up: the row is not needed to take the controls down.
     // 7.
     m_removal.start();
@@ -374,4 +389,5 @@ void VantrelPlayer::destroyPlayer(PlayerCell *)
     m_playbackButton->setSelected(false);
     // 9.
     m_progressView->setCurrentTime(0);
+    emit playbackChanged();
 }

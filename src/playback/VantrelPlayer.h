@@ -49,6 +49,11 @@ public:
     void destroyPlayer(PlayerCell *cell);
 
     void togglePlay();
+    // Whether a recording is open in a row and ready to play.
+    bool hasRecording() const { return m_player && m_loaded; }
+    // Moves playback to seconds, as a drag of the knob that ends there does; the scrub bar
+    // follows.
+    void seekTo(double seconds);
     void toggleSpeaker(Button *button);
     // Brings the timer, the play button and the route in step with the playing state.
     void handlePlaybackStateChanged();
@@ -84,6 +89,10 @@ signals:
     // The playing state changed or the player came down: the application applies its
     // proximity rule.
     void audioRouteChanged();
+    // A recording was opened or let go of, or started, paused or finished playing.
+    void playbackChanged();
+    // Playback jumped to seconds: a seek, a scrub, or the end going back to the start.
+    void seeked(double seconds);
 
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
@@ -99,6 +108,7 @@ private:
     void updateAccessibleNames();
 
     bool _playerWasPlaying { false }; // never reset: any interruption's end resumes
+    bool m_loaded { false };          // the open row's recording has opened
     QRect bounds;
     QWidget *_errorView; // in the container's place; a child of the shelf or a player view
     QLabel *_errorLabel;

@@ -1,0 +1,188 @@
+#include "MediaPlayer2.h"
+
+#include "MprisAdaptors.h"
+#include "list/TableController.h"
+#include "platform/AudioPlayer.h"
+#include "playback/VantrelPlayer.h"
+
+#include <QCoreApplication>
+#include <QCryptographicHash>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QUrl>
+#include <QWidget>
+
+namespace {
+constexpr double kMicroseconds = 1e6;
+const QString kPlayerInterface = QStringLiteral("org.mpris.MediaPlayer2.Player");
+} // namespace
+
+MprisPlayerAdaptor::MprisPlayerAdaptor(MediaPlayer2 *player)
+    : QDBusAbstractAdaptor(player), m_player(player)
+{
+    connect(player, &MediaPlayer2::seeked, this, &MprisPlayerAdaptor::Seeked);
+}
+
+MediaPlayer2::MediaPlayer2(TableController *list, QWidget *window, QObject *parent)
+    : QObject(parent), m_list(list), m_window(window)
+{
+    new MprisRootAdaptor(this);
+    new MprisPlayerAdaptor(this);
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    if (!bus.isConnected())
+        return;
+    m_registered = bus.registerObject(kObjectPath, this) && bus.registerService(kServiceName);
+    if (VantrelPlayer *vantrelPlayer = player()) {
+        connect(vantrelPlayer, &VantrelPlayer::playbackChanged, this, &MediaPlayer2::announce);
+        connect(vantrelPlayer, &VantrelPlayer::seeked, this,
+                [this](double seconds) { emit seeked(qlonglong(seconds * kMicroseconds)); });
+    }
+    announce();
+}
+
+MediaPlayer2::~MediaPlayer2()
+{
+    if (!m_registered)
+        return;
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    bus.unregisterService(kServiceName);
+    bus.unregisterObject(kObjectPath);
+}
+
+VantrelPlayer *MediaPlayer2::player() const
+{
+    return m_list ? m_list->playerController() : nullptr;
+}
+
+void MediaPlayer2::raise()
+{
+    if (!m_window)
+        return;
+    m_window->showNormal();
+    m_window->raise();
+    m_window->activateWindow();
+}
+
+void MediaPlayer2::quit()
+{
+    QCoreApplication::quit();
+}
+
+bool MediaPlayer2::canPlay() const
+{
+    return player() && player()->hasRecording();
+}
+
+QString MediaPlayer2::playbackStatus() const
+{
+    if (!canPlay())
+        return QStringLiteral("Stopped");
+    return player()->isPlaying() ? QStringLiteral("Playing") : QStringLiteral("Paused");
+}
+
+QDBusObjectPath MediaPlayer2::trackId() const
+{
+    const auto row = m_list ? m_list->currentSelectedRowIndex() : std::nullopt;
+    if (!canPlay() || !row || row->row >= m_list->entryList().size())
+        return QDBusObjectPath(QStringLiteral("/org/mpris/MediaPlayer2/TrackList/NoTrack"));
+    // A path element may hold only letters, digits and "_": the name's digest stands for it.
+    const QByteArray digest = QCryptographicHash::hash(
+        m_list->entryList().at(row->row).filename.toUtf8(), QCryptographicHash::Sha1);
+    return QDBusObjectPath(QStringLiteral("/net/zorvath/vantrel/recording/r") +
+                           QString::fromLatin1(digest.toHex()));
+}
+
+QVariantMap MediaPlayer2::metadata() const
+{
+    QVariantMap data { { QStringLiteral("mpris:trackid"), QVariant::fromValue(trackId()) } };
+    const auto row = m_list ? m_list->currentSelectedRowIndex() : std::nullopt;
+    if (!canPlay() || !row || row->row >= m_list->entryList().size())
+        return data;
+    const Entry &entry = m_list->entryList().at(row->row);
+    // What the row shows: the caller's name (or address), then the date and the kind.
+    data.insert(QStringLiteral("xesam:title"), entry.name.isEmpty() ? entry.address : entry.name);
+    data.insert(QStringLiteral("xesam:artist"), QStringList { entry.detailText() });
+    data.insert(QStringLiteral("xesam:genre"), QStringList { entry.type });
+    if (entry.date)
+        data.insert(QStringLiteral("xesam:contentCreated"), entry.date->toString(Qt::ISODate));
+    data.insert(QStringLiteral("mpris:length"),
+                qlonglong(player()->player()->duration() * kMicroseconds));
+    data.insert(QStringLiteral("xesam:url"),
+                QUrl::fromLocalFile(player()->urlString()).toString(QUrl::FullyEncoded));
+    return data;
+}
+
+qlonglong MediaPlayer2::position() const
+{
+    return canPlay() ? qlonglong(player()->player()->currentTime() * kMicroseconds) : 0;
+}
+
+void MediaPlayer2::play()
+{
+    if (canPlay() && !player()->isPlaying())
+        player()->togglePlay();
+}
+
+void MediaPlayer2::pause()
+{
+    if (canPlay() && player()->isPlaying())
+        player()->togglePlay();
+}
+
+void MediaPlayer2::playPause()
+{
+    if (canPlay())
+        player()->togglePlay();
+}
+
+void MediaPlayer2::stop()
+{
+    pause();
+    if (canPlay())
+        player()->seekTo(0);
+}
+
+void MediaPlayer2::seek(qlonglong offset)
+{
+    if (!canPlay())
+        return;
+    const double to = player()->player()->currentTime() + double(offset) / kMicroseconds;
+    // Past the end would go to the next recording, and there is none.
+    if (to > player()->player()->duration())
+        return;
+    player()->seekTo(qMax(0.0, to));
+}
+
+void MediaPlayer2::setPosition(const QDBusObjectPath &track, qlonglong to)
+{
+    if (!canPlay() || track != trackId() || to < 0 ||
+        double(to) / kMicroseconds > player()->player()->duration())
+        return;
+    player()->seekTo(double(to) / kMicroseconds);
+}
+
+void MediaPlayer2::announce()
+{
+    if (!m_registered)
+        return;
+    const QVariantMap now {
+        { QStringLiteral("PlaybackStatus"), playbackStatus() },
+        { QStringLiteral("Metadata"), metadata() },
+        { QStringLiteral("CanPlay"), canPlay() },
+        { QStringLiteral("CanPause"), canPlay() },
+        { QStringLiteral("CanSeek"), canPlay() },
+    };
+    QVariantMap changed;
+    for (auto it = now.cbegin(); it != now.cend(); ++it) {
+        if (m_announced.value(it.key()) != it.value())
+            changed.insert(it.key(), it.value());
+    }
+    m_announced = now;
+    if (changed.isEmpty())
+        return;
+    QDBusMessage signal =
+        QDBusMessage::createSignal(kObjectPath, QStringLiteral("org.freedesktop.DBus.Properties"),
+                                   QStringLiteral("PropertiesChanged"));
+    signal << kPlayerInterface << changed << QStringList();
+    QDBusConnection::sessionBus().send(signal);
+}

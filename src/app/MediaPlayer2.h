@@ -1,0 +1,56 @@
+#pragma once
+
+#include <QDBusObjectPath>
+#include <QObject>
+#include <QPointer>
+#include <QVariantMap>
+
+class TableController;
+class VantrelPlayer;
+
+// The application as an MPRIS 2 media player on the session bus
+// ("org.mpris.MediaPlayer2.vantrel"), so that media keys, the desktop's media panel and a
+// phone's lock screen drive the same player as the buttons of the open row, and the row
+// follows them. With no row open it has nothing loaded. There is one recording at a time:
+// no track list, no next or previous.
+class MediaPlayer2 : public QObject
+{
+    Q_OBJECT
+public:
+    static inline const QString kServiceName = QStringLiteral("org.mpris.MediaPlayer2.vantrel");
+    static inline const QString kObjectPath = QStringLiteral("/org/mpris/MediaPlayer2");
+
+    // Registers on the session bus; without one it does nothing.
+    MediaPlayer2(TableController *list, QWidget *window, QObject *parent = nullptr);
+    ~MediaPlayer2() override;
+
+    // The root interface.
+    void raise();
+    void quit();
+
+    // The player interface; positions in microseconds.
+    QString playbackStatus() const;
+    QVariantMap metadata() const;
+    qlonglong position() const;
+    bool canPlay() const;
+    void play();
+    void pause();
+    void playPause();
+    void stop();
+    void seek(qlonglong offset);
+    void setPosition(const QDBusObjectPath &trackId, qlonglong position);
+
+signals:
+    void seeked(qlonglong position);
+
+private:
+    VantrelPlayer *player() const;
+    QDBusObjectPath trackId() const;
+    // Tells the bus which of the player's properties changed, and their new values.
+    void announce();
+
+    QPointer<TableController> m_list;
+    QPointer<QWidget> m_window;
+    bool m_registered { false };
+    QVariantMap m_announced; // the values last told, so only changes are sent
+};

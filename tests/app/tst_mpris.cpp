@@ -1,0 +1,156 @@
+#include "PrivateSoundServer.h"
+#include "SoundMonitor.h"
+#include "TestSupport.h"
+#include "app/VantrelApplication.h"
+#include "list/TableController.h"
+#include "platform/Button.h"
+#include "platform/Label.h"
+#include "platform/TableView.h"
+#include "playback/VantrelPlayer.h"
+
+#include <QDBusConnection>
+#include <QDir>
+#include <QProcess>
+#include <QSignalSpy>
+#include <QTest>
+
+// The media keys' and panels' view of the application: the real playerctl client on the
+// test's own session bus, against the real application playing to a sound server of its own.
+class TestMpris : public QObject
+{
+    Q_OBJECT
+private slots:
+    void initTestCase();
+    void cleanupTestCase();
+    void nothingLoadedWithoutOpenRow();
+    void controlsAndScreenFollowEachOther();
+
+public slots:
+    void seeked(qlonglong position) { m_seeked << position; }
+
+private:
+    static TableController *list()
+    {
+        return VantrelApplication::sharedApplication()->tableController();
+    }
+    static VantrelPlayer *player() { return list()->playerController(); }
+    // Runs playerctl without blocking the event loop, which answers it; its output, trimmed.
+    static QString playerctl(const QStringList &arguments);
+    void tapFirstRow();
+
+    std::unique_ptr<PrivateSoundServer> m_sound;
+    std::unique_ptr<QTemporaryDir> m_root;
+    QList<qlonglong> m_seeked;
+};
+
+void TestMpris::initTestCase()
+{
+    m_sound = std::make_unique<PrivateSoundServer>();
+    QVERIFY(m_sound->start());
+    m_root = std::make_unique<QTemporaryDir>();
+    const QString messages = m_root->filePath("Messages");
+    QVERIFY(QDir().mkpath(messages));
+    // Half a minute at 440 Hz, then half a minute at 880 Hz: where playback is can be heard.
+    QProcess ffmpeg;
+    ffmpeg.start("ffmpeg",
+                 { "-hide_banner", "-loglevel", "error", "-y", "-f", "lavfi", "-i",
+                   "aevalsrc=0.5*sin(2*PI*if(lt(t\\,30)\\,440\\,880)*t):s=8000:d=60", "-c:a",
+                   "pcm_s16le", "-f", "caf",
+                   messages + '/' +
+                       TestSupport::recordingName("TEL", "+15551234567", "15-Nov-2026-22-10-07") });
+    QVERIFY(ffmpeg.waitForFinished(60000) && ffmpeg.exitCode() == 0);
+    QVERIFY(QDBusConnection::sessionBus().connect(QString(), "/org/mpris/MediaPlayer2",
+                                                  "org.mpris.MediaPlayer2.Player", "Seeked", this,
+                                                  SLOT(seeked(qlonglong))));
+    VantrelApplication *app = VantrelApplication::sharedApplication();
+    app->setMessagesDirectory(messages);
+    app->applicationDidFinishLaunching();
+    QVERIFY(QTest::qWaitForWindowExposed(app->window()));
+}
+
+void TestMpris::cleanupTestCase()
+{
+    m_root.reset();
+    m_sound.reset();
+}
+
+QString TestMpris::playerctl(const QStringList &arguments)
+{
+    QProcess client;
+    client.start("playerctl", QStringList { "--player=vantrel" } + arguments);
+    if (!QTest::qWaitFor([&] { return client.state() == QProcess::NotRunning; }, 10000))
+        return "(playerctl hangs)";
+    return QString::fromUtf8(client.readAllStandardOutput() + client.readAllStandardError())
+        .trimmed();
+}
+
+void TestMpris::tapFirstRow()
+{
+    TableView *table = list()->tableView();
+    const QRect row = table->rectForRowAtIndexPath({ 0, 0 });
+    QTest::mouseClick(table->viewport(), Qt::LeftButton, {},
+                      QPoint(row.center().x(), row.top() + 27));
+}
+
+void TestMpris::nothingLoadedWithoutOpenRow()
+{
+    QCOMPARE(playerctl({ "status" }), "Stopped");
+    // What a user asking for the title hears with nothing loaded.
+    QCOMPARE(playerctl({ "metadata", "title" }), "No player could handle this command");
+    playerctl({ "play" });
+    QCOMPARE(playerctl({ "status" }), "Stopped");
+    QCOMPARE(playerctl({ "next" }), "No player could handle this command");
+}
+
+void TestMpris::controlsAndScreenFollowEachOther()
+{
+    SoundMonitor speaker("speaker");
+    tapFirstRow();
+    QTRY_VERIFY(player()->playbackButton()->isVisible());
+    QTRY_COMPARE(playerctl({ "metadata", "--format", "{{title}}|{{artist}}|{{mpris:length}}" }),
+                 "+15551234567|Nov 15 2026 - 22:10:07 - Telephony|60000000");
+    QVERIFY(playerctl({ "metadata", "xesam:url" }).startsWith("file:///"));
+    QCOMPARE(playerctl({ "status" }), "Paused");
+
+    // The media key: the row's button turns to pause, and the sound comes.
+    playerctl({ "play-pause" });
+    QTRY_VERIFY(player()->playbackButton()->isSelected());
+    QVERIFY2(speaker.hears(440), qPrintable(speaker.description()));
+    QCOMPARE(playerctl({ "status" }), "Playing");
+
+    // A panel's slider: the knob, the time labels and the sound move.
+    m_seeked.clear();
+    playerctl({ "position", "40" });
+    QTRY_COMPARE(m_seeked, QList<qlonglong>({ 40000000 }));
+    QVERIFY2(speaker.hears(880), qPrintable(speaker.description()));
+    QVERIFY2(player()->progressView()->accessibleName().contains(", 0:4"),
+             qPrintable(player()->progressView()->accessibleName()));
+    playerctl({ "position", "5-" });
+    QVERIFY2(speaker.hears(880), qPrintable(speaker.description()));
+    QTRY_COMPARE(m_seeked.size(), 2);
+    QVERIFY(qAbs(m_seeked.last() - 35000000) < 1000000);
+
+    // The on-screen button is heard by the panel.
+    QTest::mouseClick(player()->playbackButton(), Qt::LeftButton);
+    QCOMPARE(playerctl({ "status" }), "Paused");
+    QVERIFY2(speaker.hearsSilence(), qPrintable(speaker.description()));
+    playerctl({ "play" });
+    QTRY_VERIFY(player()->playbackButton()->isSelected());
+    playerctl({ "stop" });
+    QTRY_VERIFY(!player()->playbackButton()->isSelected());
+    QCOMPARE(playerctl({ "position" }), "0.000000");
+
+    // Closing the row unloads it.
+    tapFirstRow();
+    QTRY_COMPARE(playerctl({ "status" }), "Stopped");
+    QCOMPARE(playerctl({ "metadata", "title" }), "No player could handle this command");
+}
+
+int main(int argc, char *argv[])
+{
+    VantrelApplication application(argc, argv);
+    TestMpris test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_mpris.moc"
