@@ -1,6 +1,7 @@
 #include "VantrelApplication.h"
 
 #include "MediaPlayer2.h"
+#include "NewRecordingNotifier.h"
 #include "RootViewController.h"
 #include "list/TableController.h"
 #include "platform/AudioSession.h"
@@ -73,6 +74,17 @@ void VantrelApplication::applicationDidFinishLaunching()
     Device::currentDevice()->setWindow(_window.get());
     _window->show();
     m_mediaPlayer = std::make_unique<MediaPlayer2>(_tableController.get(), _window.get());
+    m_notifier = std::make_unique<NewRecordingNotifier>(_tableController.get(), _window.get());
+    connect(m_notifier.get(), &NewRecordingNotifier::playRequested, this,
+            [this](const QString &filename) {
+                raiseWindow();
+                _tableController->playRecording(filename);
+            });
+    connect(m_notifier.get(), &NewRecordingNotifier::callBackRequested, this,
+            [this](const QString &address) {
+                raiseWindow();
+                _tableController->offerCallBack(address);
+            });
     _window->activateWindow();
 
     // 8.
@@ -107,6 +119,15 @@ void VantrelApplication::applyBackgroundStyle()
     _window->setAutoFillBackground(true);
 }
 
+void VantrelApplication::raiseWindow()
+{
+    if (!_window)
+        return;
+    _window->showNormal();
+    _window->raise();
+    _window->activateWindow();
+}
+
 void VantrelApplication::appBecameForeground()
 {
     NotifyCenter::notify_post(QStringLiteral("net.zorvath.vantrel.appbecamevisible"));
@@ -117,6 +138,8 @@ void VantrelApplication::appBecameForeground()
 void VantrelApplication::reloadEntriesInTable()
 {
     LauncherBadge::setApplicationIconBadgeNumber(0);
+    if (m_notifier)
+        m_notifier->clearCount();
     if (_tableController)
         _tableController->reloadEntries(true);
 }

@@ -6,6 +6,7 @@
 #include <memory>
 
 class MediaPlayer2;
+class NewRecordingNotifier;
 class RootViewController;
 class TableController;
 
@@ -59,6 +60,8 @@ private slots:
 
 private:
     void applyBackgroundStyle();
+    // Brings the window to the front, as the desktop's raise does.
+    void raiseWindow();
     void cameBack();
 
     QString m_messagesDirectory;
@@ -69,6 +72,7 @@ private:
     RootViewController *_viewController { nullptr }; // a child of the window
     // Media keys and panels drive the list's player; it goes before the list it reads.
     std::unique_ptr<MediaPlayer2> m_mediaPlayer;
+    std::unique_ptr<NewRecordingNotifier> m_notifier;
 
     bool m_hasBeenActive { false };
     bool m_wentToBackground { false };

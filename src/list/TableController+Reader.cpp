@@ -7,6 +7,7 @@
 #include "platform/AlertController.h"
 #include "platform/Url.h"
 #include "platform/View.h"
+#include "playback/VantrelPlayer.h"
 #include "store/Transcript.h"
 
 #include <QTimer>
@@ -68,7 +69,11 @@ void TableController::dialButtonTapped(Button *button)
         cell ? tableView()->indexPathForCell(cell) : std::nullopt;
     if (!indexPath || indexPath->row >= entries.size())
         return;
-    const QString address = entries.at(indexPath->row).address;
+    offerCallBack(entries.at(indexPath->row).address);
+}
+
+void TableController::offerCallBack(const QString &address)
+{
     if (address.isNull() || address == QLatin1String("PRIVATE"))
         return;
 
@@ -88,4 +93,41 @@ void TableController::dialButtonTapped(Button *button)
     alert->addAction(
         AlertAction::actionWithTitle(QStringLiteral("Cancel"), AlertAction::Style::Cancel));
     alert->presentIn(tableView(), true);
+}
+
+bool TableController::playRecording(const QString &filename)
+{
+    int row = -1;
+    for (int i = 0; i < entries.size() && row < 0; ++i) {
+        if (entries.at(i).filename == filename)
+            row = i;
+    }
+    if (row < 0)
+        return false;
+    if (isEditing())
+        setEditing(false, false);
+    TableView *table = tableView();
+    table->scrollToRowAtIndexPath({ 0, row });
+    if (!selectedRowIndex || selectedRowIndex->row != row)
+        table->userTappedRow(row);
+    VantrelPlayer *player = _playerController.get();
+    // Plays if the row that is open is still this recording's.
+    const auto play = [this, player, filename] {
+        if (selectedRowIndex && selectedRowIndex->row < entries.size() &&
+            entries.at(selectedRowIndex->row).filename == filename && player->hasRecording() &&
+            !player->isPlaying())
+            player->togglePlay();
+    };
+    if (player->hasRecording()) {
+        play();
+        return true;
+    }
+    // The recording opens on the player's thread: it plays at the player's next change, which
+    // is its opening, unless something else happened first.
+    pendingPlay = std::make_unique<QObject>();
+    connect(player, &VantrelPlayer::playbackChanged, pendingPlay.get(), [this, play] {
+        play();
+        pendingPlay.release()->deleteLater();
+    });
+    return true;
 }

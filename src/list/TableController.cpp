@@ -158,6 +158,7 @@ void TableController::reloadEntries(bool refresh)
     }
     if (BarButtonItem *edit = editButton())
         edit->setViewAlpha(entries.isEmpty() ? 0.0 : 1.0);
+    emit entriesReloaded();
 }
 
 void TableController::directoryDidChange(VTDirectoryWatcher *)

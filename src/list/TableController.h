@@ -74,6 +74,11 @@ public:
     void readerViewTapped(Button *button);
     // Offers to call the caller of the button's row back.
     void dialButtonTapped(Button *button);
+    // The same offer for a recording's address: "Dial %1?", unless there is none to call.
+    void offerCallBack(const QString &address);
+    // Brings the recording's row on screen, opens it as a tap would and plays it once it has
+    // opened; leaves edit mode first. Answers whether the recording is in the list.
+    bool playRecording(const QString &filename);
 
     // Edit mode: multiple selection, "Select All" on the left, "Done" on the right and the
     // share and trash toolbar below. Entering it closes an open player first.
@@ -100,6 +105,11 @@ public:
 
     void directoryDidChange(VTDirectoryWatcher *watcher) override;
 
+signals:
+    // The entries were read again from the directory.
+    void entriesReloaded();
+
+public:
     // The share sheet's previews show over this screen; each end of a sheet removes the
     // archive it showed, never a recording.
     QWidget *
@@ -180,6 +190,8 @@ private:
     QPointer<AlertController> _currentAlert;
     std::unique_ptr<RecordingSharer> recordingSharer;
     std::vector<std::unique_ptr<DocumentInteractionController>> interactionControllers;
+    // Listens for the opening of a recording asked to play, until the player's next change.
+    std::unique_ptr<QObject> pendingPlay;
     // The archives this screen made and has not removed yet: only these are ever removed.
     QSet<QString> sharedArchives;
 };

@@ -122,6 +122,8 @@ public:
     int focusedRow() const { return m_focusedRow; }
     void setFocusedRow(int row);
     void scrollToRowAtIndexPath(const IndexPath &indexPath);
+    // What a tap on the row does: selection, and the delegate told, as from a finger.
+    void userTappedRow(int row);
 
     // The row whose Delete button is showing, or -1; showing it for a row hides any other.
     int rowShowingDelete() const { return m_deleteRow; }
@@ -156,7 +158,6 @@ private:
     void evictQueuedCells();
     bool mustKeep(const TableViewCell *cell) const;
     int rowAtContentY(int y) const;
-    void userTappedRow(int row);
     bool canShowDelete(int row);
     void setSwipeOffset(int row, int offset);
     void scrollerStateChanged(QScroller::State state);

@@ -1,0 +1,52 @@
+#pragma once
+
+#include "store/Entry.h"
+
+#include <QHash>
+#include <QList>
+#include <QObject>
+#include <QPointer>
+#include <QSet>
+#include <QTimer>
+
+class TableController;
+
+// Tells the desktop of each recording that arrives while the window is not the active one:
+// a "New voicemail" notification (org.freedesktop.Notifications) with the caller and the
+// time and the actions "Play" and "Call back", and the launcher badge counting them. What
+// was there at launch is known already. A burst is shown one notification at a time, a few a
+// second at most. Without a notification server only the badge counts.
+class NewRecordingNotifier : public QObject
+{
+    Q_OBJECT
+public:
+    // Notifications shown per second at most, so that a burst does not flood the screen.
+    static constexpr int kPaceMs = 350;
+
+    NewRecordingNotifier(TableController *list, QWidget *window, QObject *parent = nullptr);
+
+    // The badge was cleared: arrivals are counted again from nothing.
+    void clearCount() { m_count = 0; }
+
+signals:
+    // The person chose an action of a recording's notification.
+    void playRequested(const QString &filename);
+    void callBackRequested(const QString &address);
+
+private slots:
+    void listReloaded();
+    void actionInvoked(uint id, const QString &action);
+    void notificationClosed(uint id, uint reason);
+
+private:
+    void showNext();
+
+    QPointer<TableController> m_list;
+    QPointer<QWidget> m_window;
+    QSet<QString> m_known;      // the recordings already seen
+    QList<Entry> m_waiting;     // arrived, not yet shown
+    QHash<uint, Entry> m_shown; // by notification id, until it closes
+    QTimer m_pace;
+    int m_count { 0 };
+    bool m_serverMissingLogged { false };
+};
