@@ -9,24 +9,19 @@ namespace {
 
 struct Member
 {
-    Member(QByteArray name, quint16 flags = 0, quint8 host = 3, QByteArray extra = {})
-        : name(std::move(name)), flags(flags), host(host), extra(std::move(extra))
-    {}
     QByteArray name;
-    quint16 flags;
-    quint8 host; // 3 is Unix, 0 MS-DOS, 11 NTFS
-    QByteArray extra;
+    quint16 flags = 0;
+    quint8 host = 3; // 3 is Unix, 0 MS-DOS, 11 NTFS
+    QByteArray extra {};
 };
 
-void put16(QByteArray &out, quint16 value)
+// A number as zip stores it: in size bytes, the least significant first.
+QByteArray le(quint32 value, int size)
 {
-    out.append(char(value & 0xff)).append(char(value >> 8));
-}
-
-void put32(QByteArray &out, quint32 value)
-{
-    put16(out, quint16(value & 0xffff));
-    put16(out, quint16(value >> 16));
+    QByteArray out;
+    for (int i = 0; i < size; ++i)
+        out += char(value >> 8 * i);
+    return out;
 }
 
 // An archive of central directory entries only: all that a listing reads.
@@ -35,39 +30,20 @@ QByteArray archive(const QList<Member> &members, int statedCount = -1,
 {
     QByteArray out("local headers would be here");
     const quint32 offset = quint32(out.size());
-    for (const Member &member : members) {
-        put32(out, 0x02014b50);
-        put16(out, quint16(member.host << 8 | 20));
-        put16(out, 20);
-        put16(out, member.flags);
-        out.append(14, '\0'); // method, time, date, crc, compressed size
-        put32(out, 0);        // size
-        put16(out, quint16(member.name.size()));
-        put16(out, quint16(member.extra.size()));
-        out.append(14, '\0'); // comment length, disk, attributes, local header offset
-        out.append(member.name).append(member.extra);
-    }
-    const quint32 size = quint32(out.size()) - offset;
-    put32(out, 0x06054b50);
-    put32(out, 0);
-    put16(out, quint16(statedCount < 0 ? members.size() : statedCount));
-    put16(out, quint16(statedCount < 0 ? members.size() : statedCount));
-    put32(out, size);
-    put32(out, offset);
-    put16(out, quint16(comment.size()));
-    return out + comment;
+    for (const Member &m : members) // method, time, date, crc, sizes; comment, disk, attributes
+        out += le(0x02014b50, 4) + le(m.host << 8 | 20, 2) + le(20, 2) + le(m.flags, 2) +
+               QByteArray(18, 0) + le(m.name.size(), 2) + le(m.extra.size(), 2) +
+               QByteArray(14, 0) + m.name + m.extra;
+    const quint32 count = statedCount < 0 ? members.size() : statedCount;
+    return out + le(0x06054b50, 4) + le(0, 4) + le(count, 2) + le(count, 2) +
+           le(out.size() - offset, 4) + le(offset, 4) + le(comment.size(), 2) + comment;
 }
 
 // Info-ZIP's UTF-8 name beside a stored one, vouched for by the stored name's CRC-32.
 QByteArray unicodePathField(const QString &name, quint32 crc)
 {
-    QByteArray field;
-    put16(field, 0x7075);
     const QByteArray utf8 = name.toUtf8();
-    put16(field, quint16(5 + utf8.size()));
-    field.append(char(1));
-    put32(field, crc);
-    return field + utf8;
+    return le(0x7075, 2) + le(5 + utf8.size(), 2) + '\x01' + le(crc, 4) + utf8;
 }
 
 // Made by the system's zip, as the archiver makes the shared archives.
@@ -78,12 +54,10 @@ QByteArray zipped(const QStringList &names, const QStringList &options = {})
         TestSupport::writeFile(dir.filePath(name), name.toUtf8());
     QProcess zip;
     zip.setWorkingDirectory(dir.path());
-    zip.start(QStringLiteral("/usr/bin/zip"),
-              options + QStringList { QStringLiteral("-q"), QStringLiteral("out.zip") } + names);
+    zip.start("/usr/bin/zip", options + QStringList { "-q", "out.zip" } + names);
     zip.waitForFinished();
-    QFile file(dir.filePath(QStringLiteral("out.zip")));
-    file.open(QIODevice::ReadOnly);
-    return file.readAll();
+    QFile file(dir.filePath("out.zip"));
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
 } // namespace
@@ -93,62 +67,58 @@ class TestZipMembers : public QObject
 {
     Q_OBJECT
 private slots:
-    void listing_data();
-    void listing();
+    void listing_data()
+    {
+        QTest::addColumn<QByteArray>("contents");
+        QTest::addColumn<QStringList>("names"); // empty and invalid: no listing
+        QTest::addColumn<bool>("valid");
+
+        const QStringList recordings { "msg-_TEL-_+15551234567-_15-Nov-2026-22-10-07.caf",
+                                       "msg-_FT-_anna.berg@example.com-_02-Nov-2026-18-30-12.caf",
+                                       "Søren – café.caf" };
+        const QByteArray real = zipped(recordings);
+        QTest::newRow("made by zip") << real << recordings << true;
+        QTest::newRow("zip64 made by zip") << zipped(recordings, { "-fz" }) << recordings << true;
+        QTest::newRow("last byte cut") << real.chopped(1) << QStringList() << false;
+        QTest::newRow("not a zip")
+            << QByteArray("Hi, it's Daniel. Call me back.\n") << QStringList() << false;
+        QTest::newRow("empty file") << QByteArray() << QStringList() << false;
+        QTest::newRow("empty archive") << archive({}) << QStringList() << true;
+        QTest::newRow("comment after the directory")
+            << archive({ { "a.caf" } }, -1, "PK\x05\x06 looks like an end record")
+            << QStringList { "a.caf" } << true;
+        QTest::newRow("more entries stated than stored")
+            << archive({ { "a.caf" } }, 3) << QStringList() << false;
+        QTest::newRow("UTF-8 flag from Windows")
+            << archive({ { "Søren.caf", 0x0800, 11 } }) << QStringList { "Søren.caf" } << true;
+        QTest::newRow("code page 437 from DOS")
+            << archive({ { "\x82t\x82 \x9b.caf", 0, 0 } }) << QStringList { "été ¢.caf" } << true;
+        QTest::newRow("Latin-1 bytes from Unix")
+            << archive({ { "caf\xe9.caf" } }) << QStringList { "cafΘ.caf" } << true;
+        const QByteArray stored = "Soren.caf";
+        const quint32 crc = 0x739a7e32; // CRC-32 of "Soren.caf"
+        QTest::newRow("Unicode path field")
+            << archive({ { stored, 0, 0, unicodePathField("Søren.caf", crc) } })
+            << QStringList { "Søren.caf" } << true;
+        QTest::newRow("stale Unicode path field")
+            << archive({ { stored, 0, 0, unicodePathField("Old name.caf", crc + 1) } })
+            << QStringList { "Soren.caf" } << true;
+    }
+
+    void listing()
+    {
+        QFETCH(QByteArray, contents);
+        QFETCH(QStringList, names);
+        QFETCH(bool, valid);
+        QTemporaryDir dir;
+        const QString path =
+            dir.filePath("Vantrel-Nov 14 2026 - 09:00:00-Nov 15 2026 - 22:10:07.zip");
+        QVERIFY(TestSupport::writeFile(path, contents));
+        const ZipMembers members = zipMemberNames(path);
+        QCOMPARE(members.isValid(), valid);
+        QCOMPARE(members.names, names);
+    }
 };
-
-void TestZipMembers::listing_data()
-{
-    QTest::addColumn<QByteArray>("contents");
-    QTest::addColumn<QStringList>("names"); // empty and invalid: no listing
-    QTest::addColumn<bool>("valid");
-
-    const QStringList recordings { "msg-_TEL-_+15551234567-_15-Nov-2026-22-10-07.caf",
-                                   "msg-_FT-_anna.berg@example.com-_02-Nov-2026-18-30-12.caf",
-                                   "Søren – café.caf" };
-    const QByteArray real = zipped(recordings);
-    QTest::newRow("made by zip") << real << recordings << true;
-    QTest::newRow("zip64 made by zip") << zipped(recordings, { "-fz" }) << recordings << true;
-    QTest::newRow("cut in half") << real.left(real.size() / 2) << QStringList() << false;
-    QTest::newRow("last byte cut") << real.chopped(1) << QStringList() << false;
-    QTest::newRow("not a zip") << QByteArray("Hi, it's Daniel. Call me back.\n") << QStringList()
-                               << false;
-    QTest::newRow("empty file") << QByteArray() << QStringList() << false;
-    QTest::newRow("empty archive") << archive({}) << QStringList() << true;
-    QTest::newRow("comment after the directory")
-        << archive({ { "a.caf" } }, -1, "PK\x05\x06 looks like an end record")
-        << QStringList { "a.caf" } << true;
-    QTest::newRow("more entries stated than stored")
-        << archive({ { "a.caf" } }, 3) << QStringList() << false;
-    QTest::newRow("UTF-8 flag from Windows")
-        << archive({ { "Søren.caf", 0x0800, 11 } }) << QStringList { "Søren.caf" } << true;
-    QTest::newRow("code page 437 from DOS")
-        << archive({ { "\x82t\x82 \x9b.caf", 0, 0 } }) << QStringList { "été ¢.caf" } << true;
-    QTest::newRow("Latin-1 bytes from Unix")
-        << archive({ { "caf\xe9.caf" } }) << QStringList { "cafΘ.caf" } << true;
-    const QByteArray stored = "Soren.caf";
-    const quint32 crc = 0x739a7e32; // CRC-32 of "Soren.caf"
-    QTest::newRow("Unicode path field")
-        << archive({ { stored, 0, 0, unicodePathField("Søren.caf", crc) } })
-        << QStringList { "Søren.caf" } << true;
-    QTest::newRow("stale Unicode path field")
-        << archive({ { stored, 0, 0, unicodePathField("Old name.caf", crc + 1) } })
-        << QStringList { "Soren.caf" } << true;
-}
-
-void TestZipMembers::listing()
-{
-    QFETCH(QByteArray, contents);
-    QFETCH(QStringList, names);
-    QFETCH(bool, valid);
-    QTemporaryDir dir;
-    const QString path = dir.filePath("Vantrel-Nov 14 2026 - 09:00:00-Nov 15 2026 - 22:10:07.zip");
-    QVERIFY(TestSupport::writeFile(path, contents));
-    const ZipMembers members = zipMemberNames(path);
-    QCOMPARE(members.isValid(), valid);
-    QCOMPARE(members.names, names);
-    QVERIFY(valid || !members.error.isEmpty());
-}
 
 QTEST_GUILESS_MAIN(TestZipMembers)
 #include "tst_zipmembers.moc"
