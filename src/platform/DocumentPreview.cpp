@@ -6,6 +6,7 @@
 
 #include <QBoxLayout>
 #include <QCoreApplication>
+#include <QFile>
 #include <QFileInfo>
 #include <QKeyEvent>
 #include <QLabel>
@@ -45,6 +46,12 @@ QString lengthText(double seconds)
     return total >= 3600
                ? QStringLiteral("%1:%2").arg(total / 3600).arg(minutesSeconds, 5, QLatin1Char('0'))
                : minutesSeconds;
+}
+// A phone's recording: Core Audio Format, which the shared MIME database may not know.
+bool isCoreAudioFile(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) && file.read(4) == "caff";
 }
 } // namespace
 
@@ -100,7 +107,8 @@ DocumentPreview::DocumentPreview(const QString &path, QWidget *window) : QWidget
         m_summary->setText(tr("The file could not be read: %1").arg(path));
     else if (type.inherits(QStringLiteral("application/zip")))
         showArchive(path);
-    else if (type.name().startsWith(u"audio/") || type.name().startsWith(u"video/"))
+    else if (type.name().startsWith(u"audio/") || type.name().startsWith(u"video/") ||
+             isCoreAudioFile(path))
         showRecording(path);
     else
         m_summary->setText(info.fileName() + u'\n' + type.comment() + u'\n' +

@@ -276,7 +276,7 @@ private slots:
         QTest::newRow("archive") << "Vantrel-Nov 14 2026 - 09:00:00-Nov 15 2026 - 22:10:07.zip"
                                  << false << QStringList { "3 items" } + members;
         QTest::newRow("recording")
-            << "Daniel.wav" << true << QStringList { "Daniel.wav", "Length: 1:05" };
+            << "Daniel.caf" << true << QStringList { "Daniel.caf", "Length: 1:05" };
         QTest::newRow("missing") << "gone.caf" << false
                                  << QStringList { "The file could not be read: %1" };
     }
@@ -292,14 +292,12 @@ private slots:
             zip.setWorkingDirectory(TestSupport::samplesDirectory());
             zip.start("/usr/bin/zip", QStringList { "-q", path } + shown.mid(1));
             QVERIFY(zip.waitForFinished() && zip.exitCode() == 0);
-        } else if (name.endsWith(".wav")) { // 65 seconds of 8 kHz, 16-bit mono silence
-            const quint32 bytes = 65 * 8000 * 2;
-            const quint32 header[] = { 36 + bytes,  0x45564157, 0x20746d66, 16,
-                                       1 | 1 << 16, 8000,       8000 * 2,   2 | 16 << 16,
-                                       0x61746164,  bytes };
-            QVERIFY(TestSupport::writeFile(
-                path, "RIFF" + QByteArray(reinterpret_cast<const char *>(header), sizeof header) +
-                          QByteArray(bytes, 0)));
+        } else if (name == "Daniel.caf") { // as phones record: Core Audio Format, 65 seconds
+            QProcess ffmpeg;
+            ffmpeg.start("ffmpeg", { "-hide_banner", "-loglevel", "error", "-y", "-f", "lavfi",
+                                     "-i", "anullsrc=r=8000:cl=mono", "-t", "65", "-c:a",
+                                     "pcm_s16le", "-f", "caf", path });
+            QVERIFY(ffmpeg.waitForFinished() && ffmpeg.exitCode() == 0);
         }
         m_controller = Controller::interactionControllerWithURL(QUrl::fromLocalFile(path));
         m_controller->setDelegate(this);
