@@ -1,7 +1,6 @@
 #include "TestSupport.h"
 #include "app/VantrelApplication.h"
 #include "list/TableController.h"
-#include "list/VTCell.h"
 #include "platform/AudioSession.h"
 #include "platform/Button.h"
 #include "platform/Device.h"
@@ -11,11 +10,9 @@
 #include <QDBusArgument>
 #include <QDBusConnection>
 #include <QDBusMessage>
-#include <QDBusMetaType>
 #include <QDir>
 #include <QMetaMethod>
 #include <QProcess>
-#include <QScrollBar>
 #include <QTest>
 
 // Listens on the session bus from a connection of its own, as the recording component would.
@@ -29,13 +26,27 @@ public:
                       this, SLOT(visible()));
         m_bus.connect(QString(), "/net/zorvath/vantrel", "com.canonical.Unity.LauncherEntry",
                       "Update", this, SLOT(badge(QDBusMessage)));
+        m_bus.connect(QString(), "/net/zorvath/vantrel", "net.zorvath.vantrel", "testmarker", this,
+                      SLOT(marker()));
     }
     ~BusSpy() override { QDBusConnection::disconnectFromBus("spy"); }
     int visibleCount { 0 };
     QList<qint64> badgeCounts;
+    int markers { 0 };
+
+    // Whether everything the application posted so far has arrived: a marker posted on the
+    // application's own connection arrives after it.
+    bool caughtUp()
+    {
+        const int expected = markers + 1;
+        QDBusConnection::sessionBus().send(QDBusMessage::createSignal(
+            "/net/zorvath/vantrel", "net.zorvath.vantrel", "testmarker"));
+        return QTest::qWaitFor([&] { return markers == expected; });
+    }
 
 public slots:
     void visible() { ++visibleCount; }
+    void marker() { ++markers; }
     void badge(const QDBusMessage &message)
     {
         const QVariantMap properties = qdbus_cast<QVariantMap>(message.arguments().value(1));
@@ -55,8 +66,8 @@ private slots:
     void initTestCase();
     void cleanupTestCase();
     void launchPostsVisibleAndClearsBadge();
-    void updateNotificationReloadsWithoutLeavingEditMode();
-    void foregroundLeavesEditModeButFocusDoesNot();
+    void comingBack_data();
+    void comingBack();
     void proximityFollowsReceiverPlayback();
     void exitsQuietly_data();
     void exitsQuietly();
@@ -66,9 +77,8 @@ private:
     static TableController *list() { return app()->tableController(); }
     QString messages() const { return m_root->filePath("Messages"); }
     void tapFirstRow();
-    bool firstRowOpen() const;
-    // Posts the recording component's request for a fresh list, from another process.
-    static void postUpdate();
+    static int firstRowHeight();
+    static void leaveAndComeBack(const QString &how);
 
     std::unique_ptr<QTemporaryDir> m_root;
     std::unique_ptr<BusSpy> m_spy;
@@ -102,16 +112,16 @@ void TestApplication::tapFirstRow()
                       QPoint(row.center().x(), row.top() + 27));
 }
 
-bool TestApplication::firstRowOpen() const
+int TestApplication::firstRowHeight()
 {
-    return list()->tableView()->rectForRowAtIndexPath({ 0, 0 }).height() == 108 &&
-           !list()->tableView()->isAnimatingHeights();
+    return list()->tableView()->rectForRowAtIndexPath({ 0, 0 }).height();
 }
 
 void TestApplication::proximityFollowsReceiverPlayback()
 {
-    const QString newest = messages() + "/" +
-                           TestSupport::recordingName("TEL", "+15551234567", "15-Nov-2026-22-10-07");
+    const QString newest =
+        messages() + "/" +
+        TestSupport::recordingName("TEL", "+15551234567", "15-Nov-2026-22-10-07");
     QProcess ffmpeg;
     ffmpeg.start("ffmpeg", { "-hide_banner", "-loglevel", "error", "-y", "-f", "lavfi", "-i",
                              "sine=f=440:r=8000:d=60", "-c:a", "pcm_alaw", "-f", "caf", newest });
@@ -121,7 +131,11 @@ void TestApplication::proximityFollowsReceiverPlayback()
     QTRY_VERIFY(player->playbackButton()->isVisible());
     Device *device = Device::currentDevice();
 
-    // The speaker button alone leaves the sensor off; playing to the ear turns it on.
+    // Playing on the loudspeaker, or only switching to the ear, leaves the sensor off;
+    // playing to the ear turns it on.
+    QTest::mouseClick(player->playbackButton(), Qt::LeftButton);
+    QVERIFY(!device->isProximityMonitoringEnabled());
+    QTest::mouseClick(player->playbackButton(), Qt::LeftButton);
     QTest::mouseClick(player->speakerButton(), Qt::LeftButton);
     QVERIFY(!device->isProximityMonitoringEnabled());
     QTest::mouseClick(player->playbackButton(), Qt::LeftButton);
@@ -138,12 +152,6 @@ void TestApplication::proximityFollowsReceiverPlayback()
     QVERIFY(!device->isProximityMonitoringEnabled());
 }
 
-void TestApplication::postUpdate()
-{
-    QProcess::execute("dbus-send", { "--session", "--type=signal", "/net/zorvath/vantrel",
-                                     "net.zorvath.vantrel.updateApplicationTable" });
-}
-
 void TestApplication::launchPostsVisibleAndClearsBadge()
 {
     QTRY_COMPARE(m_spy->visibleCount, 1);
@@ -153,64 +161,61 @@ void TestApplication::launchPostsVisibleAndClearsBadge()
     QCOMPARE(app()->window()->windowTitle(), "Vantrel Plus");
     // The first activation is "active" only: the recording side hears "visible" once.
     QTRY_COMPARE(app()->applicationState(), Qt::ApplicationActive);
-    QTest::qWait(50);
+    QVERIFY(m_spy->caughtUp());
     QCOMPARE(m_spy->visibleCount, 1);
 }
 
-void TestApplication::updateNotificationReloadsWithoutLeavingEditMode()
+void TestApplication::comingBack_data()
 {
-    // Outside edit mode, the reload closes the open row.
-    tapFirstRow();
-    QTRY_VERIFY(firstRowOpen());
-    qsizetype badges = m_spy->badgeCounts.size();
-    postUpdate();
-    QTRY_VERIFY(m_spy->badgeCounts.size() > badges);
-    QCOMPARE(m_spy->badgeCounts.last(), 0);
-    QTRY_COMPARE(list()->tableView()->rectForRowAtIndexPath({ 0, 0 }).height(), 54);
-
-    // In edit mode, the list is reloaded and stays in edit mode.
-    list()->setEditing(true, false);
-    badges = m_spy->badgeCounts.size();
-    postUpdate();
-    QTRY_VERIFY(m_spy->badgeCounts.size() > badges);
-    QVERIFY(list()->isEditing());
-    QCOMPARE(m_spy->visibleCount, 1);
+    QTest::addColumn<QString>("how");
+    QTest::addColumn<bool>("reloads");
+    QTest::addColumn<bool>("foreground");
+    QTest::newRow("another window takes the focus and gives it back") << "focus" << false << false;
+    QTest::newRow("the window was hidden") << "hidden" << true << true;
+    QTest::newRow("suspended on a phone") << "suspended" << true << true;
+    QTest::newRow("the recording component asks for a fresh list") << "update" << true << false;
 }
 
-void TestApplication::foregroundLeavesEditModeButFocusDoesNot()
+void TestApplication::leaveAndComeBack(const QString &how)
 {
-    QTRY_COMPARE(m_spy->visibleCount, 1);
-    tapFirstRow();
-    QTRY_VERIFY(firstRowOpen());
-
-    // Another window takes the focus and gives it back: nothing is reloaded, the row stays open.
-    app()->applicationStateDidChange(Qt::ApplicationInactive);
+    if (how == "update") {
+        // From another process, as the recording component posts it.
+        QProcess::execute("dbus-send", { "--session", "--type=signal", "/net/zorvath/vantrel",
+                                         "net.zorvath.vantrel.updateApplicationTable" });
+        return;
+    }
+    if (how == "hidden")
+        app()->window()->hide();
+    app()->applicationStateDidChange(how == "suspended" ? Qt::ApplicationSuspended
+                                                        : Qt::ApplicationInactive);
+    if (how == "hidden")
+        app()->window()->show();
     app()->applicationStateDidChange(Qt::ApplicationActive);
-    QTest::qWait(100);
-    QVERIFY(firstRowOpen());
+}
+
+void TestApplication::comingBack()
+{
+    QFETCH(QString, how);
+    QFETCH(bool, reloads);
+    QFETCH(bool, foreground);
+    QVERIFY(m_spy->caughtUp());
+    const int visible = m_spy->visibleCount;
+    const qsizetype badges = m_spy->badgeCounts.size();
+    // A reload clears the badge and closes the open row; only the foreground leaves edit mode
+    // and tells the recording side. A mere return of the focus changes nothing.
+    list()->setEditing(false, false); // whatever a failed row before left
+    tapFirstRow();
+    QTRY_COMPARE(firstRowHeight(), 108);
+    leaveAndComeBack(how);
+    QTRY_COMPARE(firstRowHeight(), reloads ? 54 : 108);
+    QCOMPARE(list()->currentSelectedRowIndex().has_value(), !reloads);
     list()->setEditing(true, false);
-    app()->applicationStateDidChange(Qt::ApplicationInactive);
-    app()->applicationStateDidChange(Qt::ApplicationActive);
-    QTest::qWait(100);
-    QVERIFY(list()->isEditing());
-    QCOMPARE(m_spy->visibleCount, 1);
-
-    // Back from a hidden window: "foreground", then "active", once.
-    app()->window()->hide();
-    app()->applicationStateDidChange(Qt::ApplicationInactive);
-    app()->window()->show();
-    app()->applicationStateDidChange(Qt::ApplicationActive);
-    QTRY_COMPARE(m_spy->visibleCount, 2);
-    QVERIFY(!list()->isEditing());
-
-    // Back from suspension on a phone: the same, and the open row closes with the reload.
-    list()->setEditing(false, false);
-    tapFirstRow();
-    QTRY_VERIFY(firstRowOpen());
-    app()->applicationStateDidChange(Qt::ApplicationSuspended);
-    app()->applicationStateDidChange(Qt::ApplicationActive);
-    QTRY_COMPARE(m_spy->visibleCount, 3);
-    QTRY_COMPARE(list()->tableView()->rectForRowAtIndexPath({ 0, 0 }).height(), 54);
+    leaveAndComeBack(how);
+    QTRY_COMPARE(m_spy->badgeCounts.size(), badges + (reloads ? 2 : 0));
+    QVERIFY(m_spy->caughtUp());
+    QCOMPARE(list()->isEditing(), !foreground);
+    QCOMPARE(m_spy->visibleCount, visible + (foreground ? 2 : 0));
+    QCOMPARE(m_spy->badgeCounts.count(0), m_spy->badgeCounts.size());
 }
 
 void TestApplication::exitsQuietly_data()

@@ -3,13 +3,11 @@
 #include "platform/AlertController.h"
 #include "platform/NavigationBar.h"
 #include "platform/NavigationController.h"
-#include "playback/VantrelPlayer.h"
 
 #include <QAccessible>
 #include <QDBusConnection>
 #include <QDir>
 #include <QPushButton>
-#include <QScrollBar>
 #include <QTest>
 
 // Opening and closing rows, the transcript reader and calling back, as a user does them.
@@ -22,12 +20,11 @@ private slots:
     void cleanup() { m_screen.reset(); }
     void tapsOpenSwitchAndCloseRows();
     void keyboardOpensAndClosesRows();
-    void openRowKeepsItselfFarAway();
     void readingTranscripts_data();
     void readingTranscripts();
     void dialing_data();
     void dialing();
-    void reusedRowKeepsItsReadButton();
+    void reloadKeepsReadButtonsAndDropsThePlayer();
     void rowsReadThroughAccessibility();
     void editModeSelectsWithoutOpening();
     void settingsButton_data();
@@ -44,6 +41,12 @@ private:
     int m_settingsRequests { 0 };
 };
 
+namespace {
+const QByteArray kHandlers = "[Default Applications]\n"
+                             "x-scheme-handler/tel=vantrel-test-dialer.desktop\n"
+                             "x-scheme-handler/facetime-audio=vantrel-test-dialer.desktop\n";
+} // namespace
+
 // Stands in for the phone's dialer: a desktop application registered with xdg-mime as the
 // handler of "tel" and "facetime-audio", which writes down every URL it is given.
 void TestRows::initTestCase()
@@ -54,9 +57,7 @@ void TestRows::initTestCase()
         { m_dialer.filePath("data/applications/vantrel-test-dialer.desktop"),
           "[Desktop Entry]\nType=Application\nName=Dialer\nExec=" + script +
               " %u\nMimeType=x-scheme-handler/tel;x-scheme-handler/facetime-audio;\n" },
-        { m_dialer.filePath("config/mimeapps.list"),
-          "[Default Applications]\nx-scheme-handler/tel=vantrel-test-dialer.desktop\n"
-          "x-scheme-handler/facetime-audio=vantrel-test-dialer.desktop\n" },
+        { m_dialer.filePath("config/mimeapps.list"), kHandlers },
     };
     for (const auto &[path, text] : files) {
         QVERIFY(QDir().mkpath(QFileInfo(path).path()));
@@ -67,6 +68,9 @@ void TestRows::initTestCase()
     qputenv("XDG_CONFIG_HOME", m_dialer.filePath("config").toLocal8Bit());
     // xdg-open consults scheme handlers only inside a graphical session.
     qputenv("WAYLAND_DISPLAY", "vantrel-test");
+    QVERIFY(QDBusConnection::sessionBus().connect(QString(), "/net/zorvath/vantrel",
+                                                  "net.zorvath.vantrel", "openSettings", this,
+                                                  SLOT(settingsRequested())));
 }
 
 QStringList TestRows::dialed() const
@@ -79,6 +83,8 @@ QStringList TestRows::dialed() const
 void TestRows::init()
 {
     QFile::remove(m_dialer.filePath("dialed.txt"));
+    QVERIFY(TestSupport::writeFile(m_dialer.filePath("config/mimeapps.list"), kHandlers));
+    m_settingsRequests = 0;
     m_screen = std::make_unique<ListScreen>();
     m_screen->addRecording("TEL", "+15551234567", "15-Nov-2026-22-10-07",
                            "Hi, it's Daniel. Call me back.");
@@ -92,26 +98,16 @@ void TestRows::tapsOpenSwitchAndCloseRows()
     m_screen->open();
     m_screen->tapRow(0);
     QVERIFY(m_screen->waitForHeights({ 108, 54, 54 }));
-    QCOMPARE(m_screen->list()->currentSelectedRowIndex()->row, 0);
     QVERIFY(m_screen->cell(0)->hasPlayer());
 
     m_screen->tapRow(1);
     QVERIFY(m_screen->waitForHeights({ 54, 108, 54 }));
-    QCOMPARE(m_screen->list()->currentSelectedRowIndex()->row, 1);
     QTRY_VERIFY(m_screen->cell(1)->hasPlayer());
     QTRY_VERIFY(!m_screen->cell(0)->hasPlayer());
 
     m_screen->tapRow(1);
     QVERIFY(m_screen->waitForHeights({ 54, 54, 54 }));
-    QVERIFY(!m_screen->list()->currentSelectedRowIndex());
     QTRY_VERIFY(!m_screen->cell(1)->hasPlayer());
-
-    // Closed and opened again before the controls are taken down: they stay.
-    for (int tap = 0; tap < 3; ++tap)
-        m_screen->tapRow(2);
-    QVERIFY(m_screen->waitForHeights({ 54, 54, 108 }));
-    QVERIFY(!QTest::qWaitFor([&] { return !m_screen->cell(2)->hasPlayer(); },
-                             VantrelPlayer::kRemovalDelayMs * 4));
 }
 
 void TestRows::keyboardOpensAndClosesRows()
@@ -120,55 +116,21 @@ void TestRows::keyboardOpensAndClosesRows()
     TableView *table = m_screen->table();
     table->setFocus();
     QTest::keyClick(table, Qt::Key_Down);
-    QCOMPARE(table->focusedRow(), 1);
     QVERIFY(m_screen->cell(1)->isKeyboardFocused());
     QTest::keyClick(table, Qt::Key_Return);
     QVERIFY(m_screen->waitForHeights({ 54, 108, 54 }));
-    // Escape closes; pressed again, it never opens.
-    for (int press = 0; press < 2; ++press) {
-        QTest::keyClick(table, Qt::Key_Escape);
-        QVERIFY(m_screen->waitForHeights({ 54, 54, 54 }));
-    }
-    QTest::keyClick(table, Qt::Key_Up);
-    QTest::keyClick(table, Qt::Key_Space);
-    QVERIFY(m_screen->waitForHeights({ 108, 54, 54 }));
-
     // A row closed by a tap, and a row opened from its read button: Escape only closes.
-    m_screen->tapRow(0);
+    m_screen->tapRow(1);
     QVERIFY(m_screen->waitForHeights({ 54, 54, 54 }));
     QTest::keyClick(table, Qt::Key_Escape);
     QVERIFY(!m_screen->list()->currentSelectedRowIndex());
     QVERIFY(m_screen->waitForHeights({ 54, 54, 54 }));
     QTest::mouseClick(m_screen->cell(1)->readButton(), Qt::LeftButton);
     QVERIFY(m_screen->waitForHeights({ 54, 108, 54 }));
-    QTest::keyClick(table, Qt::Key_Escape);
-    QVERIFY(m_screen->waitForHeights({ 54, 54, 54 }));
-}
-
-void TestRows::openRowKeepsItselfFarAway()
-{
-    // Enough rows that scrolling to the end and back passes far more cells than are kept.
-    for (int i = 0; i < 280; ++i)
-        m_screen->addRecording("TEL", QString::number(15550000000 + i),
-                               QStringLiteral("%1-Oct-2026-%2-00-00")
-                                   .arg(1 + i / 10, 2, 10, QLatin1Char('0'))
-                                   .arg(i % 10, 2, 10, QLatin1Char('0')));
-    m_screen->open();
-    QTest::mouseClick(m_screen->cell(1)->readButton(), Qt::LeftButton);
-    QVERIFY(m_screen->waitForHeights({ 54, 108 }));
-    QTRY_VERIFY(m_screen->cell(1)->readerView()->isVisible());
-
-    QScrollBar *bar = m_screen->table()->verticalScrollBar();
-    for (int value = 0; value <= bar->maximum(); value += 100)
-        bar->setValue(value);
-    bar->setValue(bar->maximum());
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    bar->setValue(0);
-
-    QVERIFY(m_screen->waitForHeights({ 54, 108 }));
-    QCOMPARE(m_screen->cell(1)->height(), 108);
-    QVERIFY(m_screen->cell(1)->readerView()->isVisible());
-    QCOMPARE(m_screen->cell(1)->readerView()->toPlainText(), "Your order is ready for pick-up.");
+    for (int press = 0; press < 2; ++press) {
+        QTest::keyClick(table, Qt::Key_Escape);
+        QVERIFY(m_screen->waitForHeights({ 54, 54, 54 }));
+    }
 }
 
 void TestRows::readingTranscripts_data()
@@ -228,16 +190,17 @@ void TestRows::dialing_data()
 {
     QTest::addColumn<QString>("kind");
     QTest::addColumn<QString>("address");
-    QTest::addColumn<QString>("button");
-    QTest::addColumn<QString>("url"); // empty: nothing is dialed
-    const auto row = [](const char *tag, const char *kind, const char *address, const char *button,
+    QTest::addColumn<QString>("answer"); // a button of the alert, or a key
+    QTest::addColumn<QString>("url");    // empty: nothing is dialed
+    const auto row = [](const char *tag, const char *kind, const char *address, const char *answer,
                         const char *url) {
-        QTest::newRow(tag) << QString(kind) << QString(address) << QString(button) << QString(url);
+        QTest::newRow(tag) << QString(kind) << QString(address) << QString(answer) << QString(url);
     };
     row("telephone", "TEL", "+15559876543", "Dial", "tel://+15559876543");
     row("handle", "FT", "anna.berg@example.com", "Dial", "facetime-audio://anna.berg@example.com");
     row("FaceTime from a number", "FT", "+15552220199", "Dial", "tel://+15552220199");
-    row("cancelled", "TEL", "+15559876543", "Cancel", "");
+    row("Enter dials", "TEL", "+15559876543", "Enter", "tel://+15559876543");
+    row("Escape cancels", "TEL", "+15559876543", "Escape", "");
     row("space makes no URL", "TEL", "555 123", "Dial", "");
     row("quote makes no URL", "TEL", "555\"123", "Dial", "");
 }
@@ -246,7 +209,7 @@ void TestRows::dialing()
 {
     QFETCH(QString, kind);
     QFETCH(QString, address);
-    QFETCH(QString, button);
+    QFETCH(QString, answer);
     QFETCH(QString, url);
     m_screen->addRecording(kind, address, "16-Nov-2026-10-00-00");
     m_screen->open();
@@ -258,23 +221,29 @@ void TestRows::dialing()
         QCOMPARE(alert()->title(), "Vantrel");
         QCOMPARE(alert()->message(), "Dial " + (row ? QString("+15551234567") : address) + "?");
         QVERIFY(alert()->buttonForAction("Cancel"));
-        QTest::mouseClick(alert()->buttonForAction(row ? "Dial" : button), Qt::LeftButton);
+        if (!row && (answer == "Enter" || answer == "Escape"))
+            QTest::keyClick(alert(), answer == "Enter" ? Qt::Key_Return : Qt::Key_Escape);
+        else
+            QTest::mouseClick(alert()->buttonForAction(row ? "Dial" : answer), Qt::LeftButton);
         QTRY_VERIFY(!alert());
     }
     QTRY_COMPARE(dialed(), QStringList(url.isEmpty() ? QString("tel://+15551234567") : url));
     QCOMPARE(m_screen->list()->currentSelectedRowIndex(), std::nullopt); // dialing selects nothing
 }
 
-void TestRows::reusedRowKeepsItsReadButton()
+void TestRows::reloadKeepsReadButtonsAndDropsThePlayer()
 {
     m_screen->open();
-    QVERIFY(m_screen->cell(0)->hasText());
+    m_screen->tapRow(0);
+    QVERIFY(m_screen->waitForHeights({ 108, 54, 54 }));
     // A newer recording without a transcript takes row 0; the row's own cell comes back
-    // from the reuse queue and keeps its read button, as rows always have.
+    // from the reuse queue and keeps its read button, as rows always have. No row stays open.
     m_screen->addRecording("TEL", "+15550002222", "20-Nov-2026-10-00-00");
     QTRY_COMPARE(m_screen->list()->numberOfRowsInSection(0), 4);
     QVERIFY(!m_screen->list()->entryList().first().textFile);
-    QVERIFY(m_screen->cell(0)->hasText());
+    QVERIFY(m_screen->waitForHeights({ 54, 54, 54, 54 }));
+    for (int row = 0; row < 4; ++row)
+        QTRY_VERIFY(!m_screen->cell(row)->hasPlayer());
     QVERIFY(m_screen->cell(0)->readButton()->isVisible());
     QVERIFY(!m_screen->cell(3)->readButton()->isVisible());
 }
@@ -291,9 +260,6 @@ void TestRows::rowsReadThroughAccessibility()
     QCOMPARE(accessible(m_screen->cell(0)->phoneButton())->text(QAccessible::Name),
              "Call back Daniel Reyes");
     QVERIFY(accessible(m_screen->cell(2)->readButton())->state().invisible);
-    QCOMPARE(
-        accessible(m_screen->navigation()->navigationBar()->rightButton())->text(QAccessible::Name),
-        "Settings");
 
     // Every control a user can reach says what it is.
     for (QAbstractButton *button : m_screen->window()->findChildren<QAbstractButton *>()) {
@@ -311,10 +277,9 @@ void TestRows::editModeSelectsWithoutOpening()
     NavigationBar *bar = m_screen->navigation()->navigationBar();
     QTest::mouseClick(bar->leftButton(), Qt::LeftButton);
     QTRY_COMPARE(bar->leftButton()->text(), "Select All");
-    QCOMPARE(bar->rightButton()->text(), "Done");
-    QVERIFY(!m_screen->navigation()->isToolbarHidden());
     QVERIFY(!m_screen->list()->trashButton()->isEnabled());
 
+    // The title follows the selection made by hand, row by row.
     m_screen->tapRow(0);
     QVERIFY(m_screen->waitForHeights({ 54, 54, 54 }));
     QVERIFY(m_screen->list()->trashButton()->isEnabled());
@@ -322,9 +287,11 @@ void TestRows::editModeSelectsWithoutOpening()
     m_screen->tapRow(1);
     m_screen->tapRow(2);
     QCOMPARE(bar->leftButton()->text(), "Deselect All");
-
-    QTest::mouseClick(bar->leftButton(), Qt::LeftButton);
-    QCOMPARE(m_screen->table()->indexPathsForSelectedRows().size(), 0);
+    m_screen->tapRow(1);
+    QCOMPARE(bar->leftButton()->text(), "Select All");
+    m_screen->tapRow(1);
+    QTest::mouseClick(bar->leftButton(), Qt::LeftButton); // "Deselect All"
+    QVERIFY(m_screen->table()->indexPathsForSelectedRows().isEmpty());
     QVERIFY(!m_screen->list()->shareButton()->isEnabled());
 
     QTest::mouseClick(bar->rightButton(), Qt::LeftButton);
@@ -343,20 +310,10 @@ void TestRows::settingsButton()
 {
     QFETCH(bool, settingsApplication);
     // The stand-in dialer takes the settings scheme too, when told to.
-    const QString mimeapps = m_dialer.filePath("config/mimeapps.list");
-    QFile list(mimeapps);
-    QVERIFY(list.open(QIODevice::ReadOnly));
-    const QByteArray saved = list.readAll();
-    list.close();
     if (settingsApplication)
-        QVERIFY(TestSupport::writeFile(
-            mimeapps, saved + "x-scheme-handler/prefs=vantrel-test-dialer.desktop\n"));
-    m_settingsRequests = 0;
-    static const bool listening = QDBusConnection::sessionBus().connect(
-        QString(), "/net/zorvath/vantrel", "net.zorvath.vantrel", "openSettings", this,
-        SLOT(settingsRequested()));
-    QVERIFY(listening);
-
+        QVERIFY(TestSupport::writeFile(m_dialer.filePath("config/mimeapps.list"),
+                                       kHandlers +
+                                           "x-scheme-handler/prefs=vantrel-test-dialer.desktop\n"));
     m_screen->open();
     QTest::mouseClick(m_screen->navigation()->navigationBar()->rightButton(), Qt::LeftButton);
     if (settingsApplication)
@@ -365,7 +322,6 @@ void TestRows::settingsButton()
         QTRY_COMPARE(m_settingsRequests, 1);
     QCOMPARE(m_settingsRequests, settingsApplication ? 0 : 1);
     QCOMPARE(dialed().size(), settingsApplication ? 1 : 0);
-    QVERIFY(TestSupport::writeFile(mimeapps, saved));
 }
 
 QTEST_MAIN(TestRows)
