@@ -180,8 +180,8 @@ void TestWatcher::followsTheDirectory_data()
     inside("move out", "mv Messages/old.caf old.caf", {});
     inside("burst of 50 files", "write Messages/" + burst.join(";write Messages/"),
            burst + QStringList { "old.caf" });
-    for (const char *quiet : { "append Messages/old.caf", "write Messages/old.caf",
-                               "chmod Messages/old.caf", "write Messages/sub/new.caf" })
+    for (const char *quiet :
+         { "append Messages/old.caf", "chmod Messages/old.caf", "write Messages/sub/new.caf" })
         row(quiet, "Messages", full, { { quiet, {}, 0 }, writeBeside });
 
     // What becomes of the directory itself.
