@@ -126,8 +126,11 @@ bool TableController::playRecording(const QString &filename)
     // is its opening, unless something else happened first.
     pendingPlay = std::make_unique<QObject>();
     connect(player, &VantrelPlayer::playbackChanged, pendingPlay.get(), [this, play] {
-        play();
+        // Once only, and let go before playing: starting to play changes the player again.
+        if (!pendingPlay)
+            return;
         pendingPlay.release()->deleteLater();
+        play();
     });
     return true;
 }
