@@ -53,7 +53,7 @@ QString digitsOnly(const QString &text)
 } // namespace
 
 ContactIndex::ContactIndex(const QStringList &sources, const QString &region,
-                           const std::atomic<bool> *cancelled, const QByteArrayList &cards)
+                           const std::atomic<bool> *cancelled)
     : m_region(region.toStdString())
 {
     const auto isCancelled = [cancelled] { return cancelled && cancelled->load(); };
@@ -67,12 +67,6 @@ ContactIndex::ContactIndex(const QStringList &sources, const QString &region,
         } else if (info.exists() && !isCancelled()) {
             loadFile(source);
         }
-    }
-    for (const QByteArray &card : cards) {
-        if (isCancelled())
-            break;
-        for (const Contact &contact : VCardReader::read(card).contacts)
-            add(contact);
     }
 }
 

@@ -2,7 +2,6 @@
 
 #include "Contact.h"
 
-#include <QByteArrayList>
 #include <QHash>
 #include <QString>
 #include <QStringList>
@@ -24,9 +23,8 @@ public:
     // Reads every ".vcf" file among the sources (folders are searched recursively). A file
     // that holds no vCard is skipped with one line in the diagnostic log. Stops between files
     // once cancelled is set, leaving the index incomplete.
-    // Cards are contacts of the desktop's address books, each as vCard text.
     ContactIndex(const QStringList &sources, const QString &region,
-                 const std::atomic<bool> *cancelled = nullptr, const QByteArrayList &cards = {});
+                 const std::atomic<bool> *cancelled = nullptr);
 
     // The contact that owns this phone number or handle, or null.
     const Contact *contactForDestinationId(const QString &address) const;

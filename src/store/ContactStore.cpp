@@ -2,7 +2,6 @@
 
 #include "ContactIndex.h"
 #include "ContactSourceWatcher.h"
-#include "DesktopAddressBook.h"
 
 #include <QAbstractEventDispatcher>
 #include <QLocale>
@@ -78,15 +77,11 @@ ContactStore::ContactStore(const QStringList &sources, const QString &region)
         m_coalesce.setSingleShot(true);
         m_coalesce.setInterval(kCoalesceMilliseconds);
         connect(&m_coalesce, &QTimer::timeout, this, &ContactStore::startReload);
-        const auto changed = [this] {
+        connect(m_watcher.get(), &ContactSourceWatcher::sourcesChanged, this, [this] {
             // Not restarted by later changes: a steady stream of them still reloads.
             if (!m_coalesce.isActive())
                 m_coalesce.start();
-        };
-        connect(m_watcher.get(), &ContactSourceWatcher::sourcesChanged, this, changed);
-        // The desktop's contacts arrive later, by themselves: start-up never waits for them.
-        m_desktop = std::make_unique<DesktopAddressBook>();
-        connect(m_desktop.get(), &DesktopAddressBook::changed, this, changed);
+        });
     }
     m_index = std::make_shared<const ContactIndex>(sources, region);
 }
@@ -114,10 +109,8 @@ void ContactStore::startReload()
     }
     m_reloading = true;
     QThreadPool::globalInstance()->start(
-        [mailbox = m_mailbox, sources = m_sources, region = m_region,
-         cards = m_desktop ? m_desktop->cards() : QByteArrayList()] {
-            auto index =
-                std::make_shared<const ContactIndex>(sources, region, &mailbox->cancelled, cards);
+        [mailbox = m_mailbox, sources = m_sources, region = m_region] {
+            auto index = std::make_shared<const ContactIndex>(sources, region, &mailbox->cancelled);
             mailbox->deliver(std::move(index));
         });
 }

@@ -9,12 +9,10 @@
 #include <memory>
 
 class ContactIndex;
-class DesktopAddressBook;
 class ContactSourceWatcher;
 
-// The address book: every contact of the vCard files it was given and of the desktop's own
-// address books where they run (see ContactIndex for how callers are matched), following
-// both while the program runs. When a file or folder
+// The address book: every contact of the vCard files it was given (see ContactIndex for how
+// callers are matched), following those files while the program runs. When a file or folder
 // among the sources changes, the contacts are read again in the background and the new
 // index replaces the old one on this object's thread, between two turns of its event loop.
 class ContactStore : public QObject
@@ -59,7 +57,6 @@ private:
     std::shared_ptr<const ContactIndex> m_index;
     std::shared_ptr<const ContactIndex> m_previousIndex; // keeps handed-out contacts alive
     std::unique_ptr<ContactSourceWatcher> m_watcher;
-    std::unique_ptr<DesktopAddressBook> m_desktop; // null without an event loop
     std::shared_ptr<Mailbox> m_mailbox; // shared with the reload running in the background
     QTimer m_coalesce;                  // gathers a burst of changes into one reload
     bool m_reloading { false };
