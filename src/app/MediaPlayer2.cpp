@@ -1,6 +1,7 @@
 #include "MediaPlayer2.h"
 
 #include "MprisAdaptors.h"
+#include "VantrelApplication.h"
 #include "list/TableController.h"
 #include "platform/AudioPlayer.h"
 #include "playback/VantrelPlayer.h"
@@ -10,7 +11,6 @@
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QUrl>
-#include <QWidget>
 
 namespace {
 constexpr double kMicroseconds = 1e6;
@@ -23,8 +23,7 @@ MprisPlayerAdaptor::MprisPlayerAdaptor(MediaPlayer2 *player)
     connect(player, &MediaPlayer2::seeked, this, &MprisPlayerAdaptor::Seeked);
 }
 
-MediaPlayer2::MediaPlayer2(TableController *list, QWidget *window, QObject *parent)
-    : QObject(parent), m_list(list), m_window(window)
+MediaPlayer2::MediaPlayer2(TableController *list, QObject *parent) : QObject(parent), m_list(list)
 {
     new MprisRootAdaptor(this);
     new MprisPlayerAdaptor(this);
@@ -56,11 +55,8 @@ VantrelPlayer *MediaPlayer2::player() const
 
 void MediaPlayer2::raise()
 {
-    if (!m_window)
-        return;
-    m_window->showNormal();
-    m_window->raise();
-    m_window->activateWindow();
+    if (VantrelApplication *application = VantrelApplication::sharedApplication())
+        application->raiseWindow();
 }
 
 void MediaPlayer2::quit()

@@ -21,7 +21,7 @@ public:
     static inline const QString kObjectPath = QStringLiteral("/org/mpris/MediaPlayer2");
 
     // Registers on the session bus; without one it does nothing.
-    MediaPlayer2(TableController *list, QWidget *window, QObject *parent = nullptr);
+    explicit MediaPlayer2(TableController *list, QObject *parent = nullptr);
     ~MediaPlayer2() override;
 
     // The root interface.
@@ -50,7 +50,6 @@ private:
     void announce();
 
     QPointer<TableController> m_list;
-    QPointer<QWidget> m_window;
     bool m_registered { false };
     QVariantMap m_announced; // the values last told, so only changes are sent
 };

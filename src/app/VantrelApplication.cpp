@@ -73,7 +73,7 @@ void VantrelApplication::applicationDidFinishLaunching()
     layout->addWidget(_viewController);
     Device::currentDevice()->setWindow(_window.get());
     _window->show();
-    m_mediaPlayer = std::make_unique<MediaPlayer2>(_tableController.get(), _window.get());
+    m_mediaPlayer = std::make_unique<MediaPlayer2>(_tableController.get());
     m_notifier = std::make_unique<NewRecordingNotifier>(_tableController.get(), _window.get());
     connect(m_notifier.get(), &NewRecordingNotifier::playRequested, this,
             [this](const QString &filename) {

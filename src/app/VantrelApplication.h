@@ -34,6 +34,9 @@ public:
     RootViewController *rootController() const { return _viewController; }
     TableController *tableController() const { return _tableController.get(); }
 
+    // Brings the window to the front, as the desktop's raise does.
+    void raiseWindow();
+
 public slots:
     // Tells the recording component the viewer is visible, and leaves edit mode.
     void appBecameForeground();
@@ -60,8 +63,6 @@ private slots:
 
 private:
     void applyBackgroundStyle();
-    // Brings the window to the front, as the desktop's raise does.
-    void raiseWindow();
     void cameBack();
 
     QString m_messagesDirectory;
