@@ -9,12 +9,16 @@ packages=(
     qt6-base-dev qt6-base-dev-tools qt6-multimedia-dev qt6-svg-dev qt6-sensors-dev
     libphonenumber-dev libpulse-dev libavformat-dev libavcodec-dev libswresample-dev libavutil-dev
     libbenchmark-dev
+    # the desktop's address books (GNOME, Phosh): Evolution Data Server's client library
+    libebook1.2-dev
     # run: display back ends (X11 comes with Qt; Wayland for phones), glyphs, fonts, helpers
     libqt6svg6 qt6-qpa-plugins qt6-wayland fonts-dejavu-core xdg-utils zip dbus dbus-bin dbus-daemon
     # test: a private session bus and an audio server with null sinks
     pulseaudio pulseaudio-utils
     # test: media keys are pressed by the real MPRIS client
     playerctl
+    # test: a real Evolution Data Server on the test's own bus
+    evolution-data-server
     # test: archives are read back as a user would list them
     unzip
     # test: the audio decoder's recordings are made fresh by the ffmpeg tool

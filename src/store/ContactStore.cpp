@@ -2,6 +2,7 @@
 
 #include "ContactIndex.h"
 #include "ContactSourceWatcher.h"
+#include "DesktopAddressBook.h"
 
 #include <QAbstractEventDispatcher>
 #include <QLocale>
@@ -47,16 +48,20 @@ struct ContactStore::Mailbox
 
 std::unique_ptr<ContactStore> ContactStore::storeWithOptions(int)
 {
-    return std::make_unique<ContactStore>(defaultSources());
+    auto store = std::make_unique<ContactStore>(defaultSources());
+    if (QAbstractEventDispatcher::instance())
+        store->m_desktopBooks = DesktopAddressBook::shared();
+    return store;
 }
 
 QStringList ContactStore::defaultSources()
 {
     const QString configured = qEnvironmentVariable("VANTREL_CONTACTS");
     if (!configured.isEmpty())
-        return { configured };
+        return { configured, DesktopAddressBook::copyPath() };
     const QString dataHome = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
-    return { dataHome + QLatin1String("/contacts"), dataHome + QLatin1String("/kpeoplevcard") };
+    return { dataHome + QLatin1String("/contacts"), dataHome + QLatin1String("/kpeoplevcard"),
+             DesktopAddressBook::copyPath() };
 }
 
 QString ContactStore::defaultRegion()

@@ -10,6 +10,7 @@
 
 class ContactIndex;
 class ContactSourceWatcher;
+class DesktopAddressBook;
 
 // The address book: every contact of the vCard files it was given (see ContactIndex for how
 // callers are matched), following those files while the program runs. When a file or folder
@@ -20,7 +21,9 @@ class ContactStore : public QObject
     Q_OBJECT
 public:
     // The file or folder named by VANTREL_CONTACTS, else every ".vcf" under
-    // $XDG_DATA_HOME/contacts and $XDG_DATA_HOME/kpeoplevcard. Options are reserved (0).
+    // $XDG_DATA_HOME/contacts and $XDG_DATA_HOME/kpeoplevcard; and in both cases the copy of
+    // the desktop's own address books, which this store keeps up to date while it lives
+    // (see DesktopAddressBook). Options are reserved (0).
     static std::unique_ptr<ContactStore> storeWithOptions(int options);
     static QStringList defaultSources();
 
@@ -57,6 +60,7 @@ private:
     std::shared_ptr<const ContactIndex> m_index;
     std::shared_ptr<const ContactIndex> m_previousIndex; // keeps handed-out contacts alive
     std::unique_ptr<ContactSourceWatcher> m_watcher;
+    std::shared_ptr<DesktopAddressBook> m_desktopBooks; // copied among the sources, if any
     std::shared_ptr<Mailbox> m_mailbox; // shared with the reload running in the background
     QTimer m_coalesce;                  // gathers a burst of changes into one reload
     bool m_reloading { false };

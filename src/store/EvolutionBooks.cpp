@@ -1,0 +1,230 @@
+// The module that follows Evolution Data Server, where GNOME Contacts and Phosh keep contacts.
+// It alone links the server's client library; the program loads it only once the server's
+// registry is on the bus.
+
+#include "store/DesktopBooks.h"
+
+#include <QMap>
+#include <QSet>
+#include <vector>
+
+// GLib names a structure field "signals", which Qt has made a keyword.
+#undef signals
+#include <libebook/libebook.h>
+
+namespace {
+
+// Every contact: the query that matches any field holding the empty text.
+constexpr const char *kEveryContact = "(contains \"x-evolution-any-field\" \"\")";
+// Books are not waited for until they are online: a book still reaching its server already
+// serves the contacts it holds, and its live view brings the rest. (A wait would also hang on
+// a local book whose "connected" report raced past the client.)
+constexpr guint32 kDoNotWaitForConnected = guint32(-1);
+
+// The registry, the books and their live views, all owned here. Every callback is given this
+// object, and the calls still under way are cancelled before it goes, so none reaches it after.
+class EvolutionBooks final : public DesktopBooks
+{
+public:
+    explicit EvolutionBooks(Listener listener) : m_listener(std::move(listener))
+    {
+        e_source_registry_new(m_cancellable, registryReady, this);
+    }
+    ~EvolutionBooks() override;
+
+    QByteArrayList cards() const override { return m_cards.values(); }
+
+private:
+    static EvolutionBooks *self(gpointer data) { return static_cast<EvolutionBooks *>(data); }
+    static bool cancelled(GError *error);
+    bool failed(GError *error, const char *what);
+    QString contactKey(EBookClientView *view, const char *uid) const;
+
+    static void registryReady(GObject *, GAsyncResult *result, gpointer data);
+    static void sourceAppeared(ESourceRegistry *registry, ESource *source, gpointer data);
+    static void sourceGone(ESourceRegistry *, ESource *source, gpointer data);
+    static void bookReady(GObject *, GAsyncResult *result, gpointer data);
+    static void viewReady(GObject *client, GAsyncResult *result, gpointer data);
+    static void contactsSaved(EBookClientView *view, const GSList *contacts, gpointer data);
+    static void contactsRemoved(EBookClientView *view, const GSList *uids, gpointer data);
+    static void viewComplete(EBookClientView *view, const GError *, gpointer data);
+    void reportChange(EBookClientView *view);
+
+    Listener m_listener;
+    QMap<QString, QByteArray> m_cards;  // by "book/contact": two books may share a contact uid
+    QSet<EBookClientView *> m_complete; // views whose first report has ended
+    QSet<QString> m_opened;             // the address books asked for, by uid
+    GCancellable *m_cancellable { g_cancellable_new() };
+    ESourceRegistry *m_registry { nullptr };
+    std::vector<EClient *> m_clients;
+    std::vector<EBookClientView *> m_views;
+};
+
+EvolutionBooks::~EvolutionBooks()
+{
+    g_cancellable_cancel(m_cancellable);
+    for (EBookClientView *view : m_views) {
+        g_signal_handlers_disconnect_by_data(view, this);
+        e_book_client_view_stop(view, nullptr);
+        g_object_unref(view);
+    }
+    for (EClient *client : m_clients)
+        g_object_unref(client);
+    if (m_registry) {
+        g_signal_handlers_disconnect_by_data(m_registry, this);
+        g_object_unref(m_registry);
+    }
+    g_object_unref(m_cancellable);
+}
+
+// A cancelled call's object may already be gone: nothing of it is touched then.
+bool EvolutionBooks::cancelled(GError *error)
+{
+    if (!g_error_matches(error, G_IO_ERROR, G_IO_ERROR_CANCELLED))
+        return false;
+    g_error_free(error);
+    return true;
+}
+
+bool EvolutionBooks::failed(GError *error, const char *what)
+{
+    if (!error)
+        return false;
+    m_listener.failed(
+        QStringLiteral("%1: %2").arg(QLatin1String(what), QString::fromUtf8(error->message)));
+    g_error_free(error);
+    return true;
+}
+
+QString EvolutionBooks::contactKey(EBookClientView *view, const char *uid) const
+{
+    EBookClient *client = e_book_client_view_ref_client(view);
+    const QString key = QString::fromUtf8(e_source_get_uid(e_client_get_source(E_CLIENT(client)))) +
+                        u'/' + QString::fromUtf8(uid ? uid : "");
+    g_object_unref(client);
+    return key;
+}
+
+void EvolutionBooks::registryReady(GObject *, GAsyncResult *result, gpointer data)
+{
+    GError *error = nullptr;
+    ESourceRegistry *registry = e_source_registry_new_finish(result, &error);
+    if (cancelled(error))
+        return;
+    EvolutionBooks *books = self(data);
+    if (books->failed(error, "registry"))
+        return;
+    books->m_registry = registry;
+    // Books made or switched on later count too: the registry may still be creating the
+    // built-in one as it answers, and people add books while the program runs.
+    g_signal_connect(registry, "source-added", G_CALLBACK(sourceAppeared), books);
+    g_signal_connect(registry, "source-enabled", G_CALLBACK(sourceAppeared), books);
+    g_signal_connect(registry, "source-removed", G_CALLBACK(sourceGone), books);
+    g_signal_connect(registry, "source-disabled", G_CALLBACK(sourceGone), books);
+    GList *sources = e_source_registry_list_enabled(registry, E_SOURCE_EXTENSION_ADDRESS_BOOK);
+    for (GList *item = sources; item; item = item->next)
+        sourceAppeared(registry, E_SOURCE(item->data), books);
+    g_list_free_full(sources, g_object_unref);
+}
+
+void EvolutionBooks::sourceAppeared(ESourceRegistry *registry, ESource *source, gpointer data)
+{
+    EvolutionBooks *books = self(data);
+    const QString uid = QString::fromUtf8(e_source_get_uid(source));
+    if (!e_source_has_extension(source, E_SOURCE_EXTENSION_ADDRESS_BOOK) ||
+        !e_source_registry_check_enabled(registry, source) || books->m_opened.contains(uid))
+        return;
+    books->m_opened.insert(uid);
+    e_book_client_connect(source, kDoNotWaitForConnected, books->m_cancellable, bookReady, books);
+}
+
+void EvolutionBooks::sourceGone(ESourceRegistry *, ESource *source, gpointer data)
+{
+    EvolutionBooks *books = self(data);
+    const QString uid = QString::fromUtf8(e_source_get_uid(source));
+    if (!books->m_opened.remove(uid))
+        return;
+    const QString prefix = uid + u'/';
+    if (erase_if(books->m_cards, [&prefix](auto item) { return item.key().startsWith(prefix); }) >
+        0)
+        books->m_listener.changed();
+}
+
+void EvolutionBooks::bookReady(GObject *, GAsyncResult *result, gpointer data)
+{
+    GError *error = nullptr;
+    EClient *client = e_book_client_connect_finish(result, &error);
+    if (cancelled(error))
+        return;
+    EvolutionBooks *books = self(data);
+    if (books->failed(error, "connect"))
+        return;
+    books->m_clients.push_back(client);
+    e_book_client_get_view(E_BOOK_CLIENT(client), kEveryContact, books->m_cancellable, viewReady,
+                           books);
+}
+
+void EvolutionBooks::viewReady(GObject *client, GAsyncResult *result, gpointer data)
+{
+    GError *error = nullptr;
+    EBookClientView *view = nullptr;
+    e_book_client_get_view_finish(E_BOOK_CLIENT(client), result, &view, &error);
+    if (cancelled(error))
+        return;
+    EvolutionBooks *books = self(data);
+    if (books->failed(error, "view"))
+        return;
+    books->m_views.push_back(view);
+    // The view's first report holds every contact the book has already.
+    g_signal_connect(view, "objects-added", G_CALLBACK(contactsSaved), books);
+    g_signal_connect(view, "objects-modified", G_CALLBACK(contactsSaved), books);
+    g_signal_connect(view, "objects-removed", G_CALLBACK(contactsRemoved), books);
+    g_signal_connect(view, "complete", G_CALLBACK(viewComplete), books);
+    e_book_client_view_start(view, &error);
+    books->failed(error, "start");
+}
+
+void EvolutionBooks::contactsSaved(EBookClientView *view, const GSList *contacts, gpointer data)
+{
+    EvolutionBooks *books = self(data);
+    for (const GSList *item = contacts; item; item = item->next) {
+        EContact *contact = E_CONTACT(item->data);
+        gchar *card = e_vcard_to_string(E_VCARD(contact), EVC_FORMAT_VCARD_30);
+        const auto *uid = static_cast<const char *>(e_contact_get_const(contact, E_CONTACT_UID));
+        // Ended as a file would end it: the last line complete.
+        books->m_cards.insert(books->contactKey(view, uid), QByteArray(card) + "\r\n");
+        g_free(card);
+    }
+    books->reportChange(view);
+}
+
+void EvolutionBooks::contactsRemoved(EBookClientView *view, const GSList *uids, gpointer data)
+{
+    EvolutionBooks *books = self(data);
+    for (const GSList *item = uids; item; item = item->next)
+        books->m_cards.remove(books->contactKey(view, static_cast<const char *>(item->data)));
+    books->reportChange(view);
+}
+
+void EvolutionBooks::viewComplete(EBookClientView *view, const GError *, gpointer data)
+{
+    EvolutionBooks *books = self(data);
+    books->m_complete.insert(view);
+    books->m_listener.changed();
+}
+
+// A book's first report comes in batches: it counts once it is whole, so that a half-read
+// book never takes names away from the list.
+void EvolutionBooks::reportChange(EBookClientView *view)
+{
+    if (m_complete.contains(view))
+        m_listener.changed();
+}
+
+} // namespace
+
+extern "C" Q_DECL_EXPORT DesktopBooks *vantrel_open_desktop_books(DesktopBooks::Listener listener)
+{
+    static_assert(std::is_same_v<decltype(&vantrel_open_desktop_books), OpenDesktopBooks>);
+    return new EvolutionBooks(std::move(listener));
+}
