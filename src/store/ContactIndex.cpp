@@ -9,6 +9,8 @@
 #include <QFileInfo>
 #include <phonenumbers/phonenumberutil.h>
 #include <set>
+#include <thread>
+#include <vector>
 
 namespace {
 
@@ -18,6 +20,8 @@ using i18n::phonenumbers::PhoneNumberUtil;
 // Address books are small; anything larger than this is not one, and reading it whole
 // would only stall the list.
 constexpr qint64 kMaxVCardFileSize = 16 * 1024 * 1024;
+// Below this many numbers a second thread costs more than it saves.
+constexpr size_t kNumbersWorthAThread = 256;
 
 const std::set<int> &callingCodes()
 {
@@ -68,6 +72,8 @@ ContactIndex::ContactIndex(const QStringList &sources, const QString &region,
             loadFile(source);
         }
     }
+    if (!isCancelled())
+        index();
 }
 
 void ContactIndex::loadFile(const QString &path)
@@ -83,24 +89,53 @@ void ContactIndex::loadFile(const QString &path)
         mylog(QStringLiteral("ContactStore: skipped %1: %2").arg(path, file.errorString()));
         return;
     }
-    const VCardReader::Result result = VCardReader::read(file.readAll());
+    VCardReader::Result result = VCardReader::read(file.readAll());
     if (!result.error.isEmpty()) {
         mylog(QStringLiteral("ContactStore: skipped %1: %2").arg(path, result.error));
         return;
     }
-    for (const Contact &contact : result.contacts)
-        add(contact);
+    for (Contact &contact : result.contacts)
+        m_contacts.push_back(std::move(contact));
 }
 
-void ContactIndex::add(const Contact &contact)
+void ContactIndex::index()
 {
-    const Contact *stored = &m_contacts.emplace_back(contact);
-    for (const QString &number : stored->phoneNumbers()) {
-        if (const auto key = phoneKey(number))
-            m_byNationalNumber[key->nationalNumber].append({ key->countryCode, stored });
+    struct Number
+    {
+        const Contact *contact;
+        QString text;
+        std::optional<PhoneKey> key;
+    };
+    std::vector<Number> numbers;
+    for (const Contact &contact : m_contacts) {
+        for (const QString &text : contact.phoneNumbers())
+            numbers.push_back({ &contact, text, std::nullopt });
     }
-    for (const QString &handle : stored->handles())
-        m_byHandle.insert(handle.toLower(), stored);
+    // Reading a number written nationally is libphonenumber's full parse, most of the time
+    // an address book takes to build, and the list's first frame waits for it: a second
+    // core reads half of them.
+    const auto keyRange = [this, &numbers](size_t first, size_t last) {
+        for (size_t i = first; i < last; ++i)
+            numbers[i].key = phoneKey(numbers[i].text);
+    };
+    const size_t half = numbers.size() / 2;
+    if (numbers.size() >= kNumbersWorthAThread && std::thread::hardware_concurrency() > 1) {
+        std::thread helper(keyRange, half, numbers.size());
+        keyRange(0, half);
+        helper.join();
+    } else {
+        keyRange(0, numbers.size());
+    }
+    // Filed in the order read, as the look-up's rules expect.
+    for (const Number &number : numbers) {
+        if (number.key)
+            m_byNationalNumber[number.key->nationalNumber].append(
+                { number.key->countryCode, number.contact });
+    }
+    for (const Contact &contact : m_contacts) {
+        for (const QString &handle : contact.handles())
+            m_byHandle.insert(handle.toLower(), &contact);
+    }
 }
 
 std::optional<ContactIndex::PhoneKey> ContactIndex::phoneKey(const QString &text) const

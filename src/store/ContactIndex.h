@@ -44,7 +44,7 @@ private:
     };
 
     void loadFile(const QString &path);
-    void add(const Contact &contact);
+    void index();
     std::optional<PhoneKey> phoneKey(const QString &text) const;
 
     std::string m_region;           // as libphonenumber takes it
