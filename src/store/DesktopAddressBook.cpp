@@ -1,5 +1,6 @@
 #include "DesktopAddressBook.h"
 
+#include "ContactStore.h"
 #include "DesktopBooks.h"
 #include "core/Log.h"
 
@@ -137,7 +138,8 @@ void DesktopAddressBook::follow()
          },
           [](const QString &problem) {
               mylog(QStringLiteral("ContactStore: desktop address book: %1").arg(problem));
-          } }));
+          } },
+        ContactStore::defaultRegion()));
 }
 
 void DesktopAddressBook::close()

@@ -23,6 +23,7 @@ public:
     virtual QByteArrayList cards() const = 0;
 };
 
-// The module's one entry point, found by this name.
-using OpenDesktopBooks = DesktopBooks *(*)(DesktopBooks::Listener listener);
+// The module's one entry point, found by this name. Region is the country whose numbers may
+// be written without a country code ("US"), or "ZZ" for none.
+using OpenDesktopBooks = DesktopBooks *(*)(DesktopBooks::Listener listener, const QString &region);
 inline constexpr char kOpenDesktopBooks[] = "vantrel_open_desktop_books";

@@ -6,6 +6,8 @@
 
 #include <QMap>
 #include <QSet>
+#include <algorithm>
+#include <iterator>
 #include <vector>
 
 // GLib names a structure field "signals", which Qt has made a keyword.
@@ -26,7 +28,8 @@ constexpr guint32 kDoNotWaitForConnected = guint32(-1);
 class EvolutionBooks final : public DesktopBooks
 {
 public:
-    explicit EvolutionBooks(Listener listener) : m_listener(std::move(listener))
+    EvolutionBooks(Listener listener, const QString &region)
+        : m_listener(std::move(listener)), m_region(region.toUtf8())
     {
         e_source_registry_new(m_cancellable, registryReady, this);
     }
@@ -39,6 +42,7 @@ private:
     static bool cancelled(GError *error);
     bool failed(GError *error, const char *what);
     QString contactKey(EBookClientView *view, const char *uid) const;
+    QByteArray card(EContact *contact) const;
 
     static void registryReady(GObject *, GAsyncResult *result, gpointer data);
     static void sourceAppeared(ESourceRegistry *registry, ESource *source, gpointer data);
@@ -51,6 +55,7 @@ private:
     void reportChange(EBookClientView *view);
 
     Listener m_listener;
+    QByteArray m_region;                // numbers written nationally are read as of this country
     QMap<QString, QByteArray> m_cards;  // by "book/contact": two books may share a contact uid
     QSet<EBookClientView *> m_complete; // views whose first report has ended
     QSet<QString> m_opened;             // the address books asked for, by uid
@@ -103,6 +108,51 @@ QString EvolutionBooks::contactKey(EBookClientView *view, const char *uid) const
                         u'/' + QString::fromUtf8(uid ? uid : "");
     g_object_unref(client);
     return key;
+}
+
+// The contact as the copy holds it, which is read before every first frame, so it holds only
+// what names and reaches a person: no photos, notes or addresses. Its numbers are in
+// international form wherever they can be read in the user's country, which is matched
+// without libphonenumber's full parse of each one. A number that cannot be read stays as it
+// was written.
+QByteArray EvolutionBooks::card(EContact *contact) const
+{
+    static constexpr const char *kKept[] = { EVC_FN,  EVC_N,     EVC_NICKNAME, EVC_ORG,
+                                             EVC_TEL, EVC_EMAIL, "IMPP" };
+    EVCard *copy = E_VCARD(e_contact_duplicate(contact));
+    std::vector<EVCardAttribute *> dropped;
+    for (GList *item = e_vcard_get_attributes(copy); item; item = item->next) {
+        auto *attribute = static_cast<EVCardAttribute *>(item->data);
+        const char *name = e_vcard_attribute_get_name(attribute);
+        if (std::none_of(std::begin(kKept), std::end(kKept), [name](const char *kept) {
+                return g_ascii_strcasecmp(name, kept) == 0;
+            })) {
+            dropped.push_back(attribute);
+            continue;
+        }
+        e_vcard_attribute_remove_params(attribute);
+        if (g_ascii_strcasecmp(name, EVC_TEL) != 0)
+            continue;
+        gchar *written = e_vcard_attribute_get_value(attribute);
+        EPhoneNumber *number =
+            written ? e_phone_number_from_string(written, m_region.constData(), nullptr) : nullptr;
+        if (number) {
+            gchar *international = e_phone_number_to_string(number, E_PHONE_NUMBER_FORMAT_E164);
+            e_vcard_attribute_remove_values(attribute);
+            e_vcard_attribute_add_value(attribute, international);
+            g_free(international);
+            e_phone_number_free(number);
+        }
+        g_free(written);
+    }
+    for (EVCardAttribute *attribute : dropped)
+        e_vcard_remove_attribute(copy, attribute);
+    gchar *text = e_vcard_to_string(copy, EVC_FORMAT_VCARD_30);
+    // Ended as a file would end it: the last line complete.
+    const QByteArray card = QByteArray(text) + "\r\n";
+    g_free(text);
+    g_object_unref(copy);
+    return card;
 }
 
 void EvolutionBooks::registryReady(GObject *, GAsyncResult *result, gpointer data)
@@ -189,11 +239,8 @@ void EvolutionBooks::contactsSaved(EBookClientView *view, const GSList *contacts
     EvolutionBooks *books = self(data);
     for (const GSList *item = contacts; item; item = item->next) {
         EContact *contact = E_CONTACT(item->data);
-        gchar *card = e_vcard_to_string(E_VCARD(contact), EVC_FORMAT_VCARD_30);
         const auto *uid = static_cast<const char *>(e_contact_get_const(contact, E_CONTACT_UID));
-        // Ended as a file would end it: the last line complete.
-        books->m_cards.insert(books->contactKey(view, uid), QByteArray(card) + "\r\n");
-        g_free(card);
+        books->m_cards.insert(books->contactKey(view, uid), books->card(contact));
     }
     books->reportChange(view);
 }
@@ -223,8 +270,9 @@ void EvolutionBooks::reportChange(EBookClientView *view)
 
 } // namespace
 
-extern "C" Q_DECL_EXPORT DesktopBooks *vantrel_open_desktop_books(DesktopBooks::Listener listener)
+extern "C" Q_DECL_EXPORT DesktopBooks *vantrel_open_desktop_books(DesktopBooks::Listener listener,
+                                                                  const QString &region)
 {
     static_assert(std::is_same_v<decltype(&vantrel_open_desktop_books), OpenDesktopBooks>);
-    return new EvolutionBooks(std::move(listener));
+    return new EvolutionBooks(std::move(listener), region);
 }
