@@ -1,10 +1,8 @@
 #include "DesktopAddressBook.h"
 
 #include "ContactStore.h"
-#include "DesktopBooks.h"
 #include "core/Log.h"
 
-#include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusPendingCallWatcher>
@@ -158,9 +156,9 @@ void DesktopAddressBook::writeCopy()
     const QByteArray cards = m_books->cards().join();
     // Every start reports every contact again: an unchanged copy is not rewritten, so the
     // stores do not read it again for nothing.
-    if (cards == m_written)
+    if (m_written == cards)
         return;
-    if (m_written.isNull()) {
+    if (!m_written) {
         QFile old(copyPath());
         if (old.open(QIODevice::ReadOnly) && old.readAll() == cards) {
             m_written = cards;

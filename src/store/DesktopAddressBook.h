@@ -8,6 +8,7 @@
 #include <QObject>
 #include <QTimer>
 #include <memory>
+#include <optional>
 
 // The desktop's own address books: Evolution Data Server, where GNOME Contacts and Phosh keep
 // contacts. While its registry runs on the session bus, every contact is kept copied as vCard
@@ -42,9 +43,9 @@ private:
     QDBusServiceWatcher m_watcher;
     QFutureWatcher<OpenDesktopBooks> m_module; // the module, loaded on a worker thread
     std::unique_ptr<DesktopBooks> m_books;
-    QTimer m_settle; // start-up first
-    QTimer m_write;  // gathers a burst of changes into one rewrite of the copy
-    QByteArray m_written;
-    bool m_wanted { false };  // the registry is on the bus
-    bool m_loading { false }; // the module is being loaded
+    QTimer m_settle;                     // start-up first
+    QTimer m_write;                      // gathers a burst of changes into one rewrite of the copy
+    std::optional<QByteArray> m_written; // what the copy holds, once known
+    bool m_wanted { false };             // the registry is on the bus
+    bool m_loading { false };            // the module is being loaded
 };

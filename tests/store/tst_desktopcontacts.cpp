@@ -100,6 +100,10 @@ void TestDesktopContacts::callersFoundAndFollowed()
     screen->open();
     QCOMPARE(screen->cell(0)->textLabel()->text(), "Priya N. Rao");
     QCOMPARE(QFile::permissions(DesktopAddressBook::copyPath()) & 0x0077, 0);
+
+    // Deleted in the address book, the last of its contacts: the caller is a number again.
+    QVERIFY(server.remove(uids[0]));
+    QVERIFY(reloadShows(*screen, number));
 }
 
 QTEST_MAIN(TestDesktopContacts)

@@ -76,7 +76,7 @@ QString EvolutionServer::start()
 
 // On a thread with its own main context, since the library's calls wait on one, while this
 // thread's keeps running the program under test.
-QStringList EvolutionServer::save(const QByteArrayList &cards, bool added)
+QStringList EvolutionServer::change(Change change, const QByteArrayList &items)
 {
     QString failure;
     auto saved = std::async(std::launch::async, [&] {
@@ -90,26 +90,36 @@ QStringList EvolutionServer::save(const QByteArrayList &cards, bool added)
         EClient *book =
             source ? e_book_client_connect_sync(source, guint32(-1), nullptr, &error) : nullptr;
         GSList *contacts = nullptr;
-        for (const QByteArray &card : cards)
-            contacts = g_slist_append(contacts, e_contact_new_from_vcard(card.constData()));
+        GSList *removed = nullptr;
+        for (const QByteArray &item : items) {
+            if (change == Change::Remove)
+                removed = g_slist_append(removed, g_strdup(item.constData()));
+            else
+                contacts = g_slist_append(contacts, e_contact_new_from_vcard(item.constData()));
+        }
         GSList *newUids = nullptr;
-        if (book && added &&
+        if (book && change == Change::Add &&
             e_book_client_add_contacts_sync(E_BOOK_CLIENT(book), contacts,
                                             E_BOOK_OPERATION_FLAG_NONE, &newUids, nullptr,
                                             &error)) {
             for (const GSList *uid = newUids; uid; uid = uid->next)
                 uids << QString::fromUtf8(static_cast<const char *>(uid->data));
-        } else if (book && !added &&
+        } else if (book && change == Change::Modify &&
                    e_book_client_modify_contacts_sync(E_BOOK_CLIENT(book), contacts,
                                                       E_BOOK_OPERATION_FLAG_NONE, nullptr,
                                                       &error)) {
             uids << QStringLiteral("saved");
+        } else if (book && change == Change::Remove &&
+                   e_book_client_remove_contacts_sync(
+                       E_BOOK_CLIENT(book), removed, E_BOOK_OPERATION_FLAG_NONE, nullptr, &error)) {
+            uids << QStringLiteral("removed");
         }
         if (error)
             failure = QString::fromUtf8(error->message);
         g_clear_error(&error);
         g_slist_free_full(newUids, g_free);
         g_slist_free_full(contacts, g_object_unref);
+        g_slist_free_full(removed, g_free);
         for (gpointer object : { gpointer(book), gpointer(source), gpointer(registry) })
             if (object)
                 g_object_unref(object);

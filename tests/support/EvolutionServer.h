@@ -19,13 +19,21 @@ public:
     // or nothing.
     QString start();
 
-    // Adds vCards to the built-in address book and answers their new uids, or saves vCards
-    // that carry their uid over the contacts they name. Empty on failure, with a warning.
-    QStringList add(const QByteArrayList &cards) { return save(cards, true); }
-    bool modify(const QByteArray &card) { return !save({ card }, false).isEmpty(); }
+    // Adds vCards to the built-in address book and answers their new uids; saves vCards that
+    // carry their uid over the contacts they name; removes contacts by uid. Empty or false on
+    // failure, with a warning.
+    QStringList add(const QByteArrayList &cards) { return change(Change::Add, cards); }
+    bool modify(const QByteArray &card) { return !change(Change::Modify, { card }).isEmpty(); }
+    bool remove(const QString &uid) { return !change(Change::Remove, { uid.toUtf8() }).isEmpty(); }
 
 private:
-    QStringList save(const QByteArrayList &cards, bool added);
+    enum class Change
+    {
+        Add,
+        Modify,
+        Remove
+    };
+    QStringList change(Change change, const QByteArrayList &items);
 
     QTemporaryDir m_home;
     std::vector<std::unique_ptr<QProcess>> m_processes;
