@@ -5,9 +5,9 @@
 #include "store/DesktopBooks.h"
 
 #include <QMap>
-#include <QSet>
 #include <algorithm>
 #include <iterator>
+#include <map>
 #include <vector>
 
 // GLib names a structure field "signals", which Qt has made a keyword.
@@ -41,7 +41,17 @@ private:
     static EvolutionBooks *self(gpointer data) { return static_cast<EvolutionBooks *>(data); }
     static bool cancelled(GError *error);
     bool failed(GError *error, const char *what);
-    QString contactKey(EBookClientView *view, const char *uid) const;
+    // One address book: asked for, then connected, then followed through its view.
+    struct Book
+    {
+        EClient *client { nullptr };
+        EBookClientView *view { nullptr };
+        bool complete { false }; // the view's first report has ended
+    };
+    static QString bookUid(EClient *client);
+    static QString bookUid(EBookClientView *view);
+    Book *findBook(const QString &uid);
+    void close(Book &book);
     QByteArray card(EContact *contact) const;
 
     static void registryReady(GObject *, GAsyncResult *result, gpointer data);
@@ -52,29 +62,21 @@ private:
     static void contactsSaved(EBookClientView *view, const GSList *contacts, gpointer data);
     static void contactsRemoved(EBookClientView *view, const GSList *uids, gpointer data);
     static void viewComplete(EBookClientView *view, const GError *, gpointer data);
-    void reportChange(EBookClientView *view);
+    void reportChange(const QString &uid);
 
     Listener m_listener;
-    QByteArray m_region;                // numbers written nationally are read as of this country
-    QMap<QString, QByteArray> m_cards;  // by "book/contact": two books may share a contact uid
-    QSet<EBookClientView *> m_complete; // views whose first report has ended
-    QSet<QString> m_opened;             // the address books asked for, by uid
+    QByteArray m_region;               // numbers written nationally are read as of this country
+    QMap<QString, QByteArray> m_cards; // by "book/contact": two books may share a contact uid
+    std::map<QString, Book> m_books;   // by the address book's uid
     GCancellable *m_cancellable { g_cancellable_new() };
     ESourceRegistry *m_registry { nullptr };
-    std::vector<EClient *> m_clients;
-    std::vector<EBookClientView *> m_views;
 };
 
 EvolutionBooks::~EvolutionBooks()
 {
     g_cancellable_cancel(m_cancellable);
-    for (EBookClientView *view : m_views) {
-        g_signal_handlers_disconnect_by_data(view, this);
-        e_book_client_view_stop(view, nullptr);
-        g_object_unref(view);
-    }
-    for (EClient *client : m_clients)
-        g_object_unref(client);
+    for (auto &[uid, book] : m_books)
+        close(book);
     if (m_registry) {
         g_signal_handlers_disconnect_by_data(m_registry, this);
         g_object_unref(m_registry);
@@ -101,13 +103,35 @@ bool EvolutionBooks::failed(GError *error, const char *what)
     return true;
 }
 
-QString EvolutionBooks::contactKey(EBookClientView *view, const char *uid) const
+QString EvolutionBooks::bookUid(EClient *client)
+{
+    return QString::fromUtf8(e_source_get_uid(e_client_get_source(client)));
+}
+
+QString EvolutionBooks::bookUid(EBookClientView *view)
 {
     EBookClient *client = e_book_client_view_ref_client(view);
-    const QString key = QString::fromUtf8(e_source_get_uid(e_client_get_source(E_CLIENT(client)))) +
-                        u'/' + QString::fromUtf8(uid ? uid : "");
+    const QString uid = bookUid(E_CLIENT(client));
     g_object_unref(client);
-    return key;
+    return uid;
+}
+
+EvolutionBooks::Book *EvolutionBooks::findBook(const QString &uid)
+{
+    const auto found = m_books.find(uid);
+    return found == m_books.end() ? nullptr : &found->second;
+}
+
+void EvolutionBooks::close(Book &book)
+{
+    if (book.view) {
+        g_signal_handlers_disconnect_by_data(book.view, this);
+        e_book_client_view_stop(book.view, nullptr);
+        g_object_unref(book.view);
+    }
+    if (book.client)
+        g_object_unref(book.client);
+    book = Book();
 }
 
 // The contact as the copy holds it, which is read before every first frame, so it holds only
@@ -182,9 +206,9 @@ void EvolutionBooks::sourceAppeared(ESourceRegistry *registry, ESource *source, 
     EvolutionBooks *books = self(data);
     const QString uid = QString::fromUtf8(e_source_get_uid(source));
     if (!e_source_has_extension(source, E_SOURCE_EXTENSION_ADDRESS_BOOK) ||
-        !e_source_registry_check_enabled(registry, source) || books->m_opened.contains(uid))
+        !e_source_registry_check_enabled(registry, source) || books->findBook(uid))
         return;
-    books->m_opened.insert(uid);
+    books->m_books.emplace(uid, Book());
     e_book_client_connect(source, kDoNotWaitForConnected, books->m_cancellable, bookReady, books);
 }
 
@@ -192,8 +216,12 @@ void EvolutionBooks::sourceGone(ESourceRegistry *, ESource *source, gpointer dat
 {
     EvolutionBooks *books = self(data);
     const QString uid = QString::fromUtf8(e_source_get_uid(source));
-    if (!books->m_opened.remove(uid))
+    Book *book = books->findBook(uid);
+    if (!book)
         return;
+    // Its view goes with it: a switched-off book sends nothing more.
+    books->close(*book);
+    books->m_books.erase(uid);
     const QString prefix = uid + u'/';
     if (erase_if(books->m_cards, [&prefix](auto item) { return item.key().startsWith(prefix); }) >
         0)
@@ -209,7 +237,13 @@ void EvolutionBooks::bookReady(GObject *, GAsyncResult *result, gpointer data)
     EvolutionBooks *books = self(data);
     if (books->failed(error, "connect"))
         return;
-    books->m_clients.push_back(client);
+    Book *book = books->findBook(bookUid(client));
+    // Removed while it was connecting, or connected twice by a quick removal and return.
+    if (!book || book->client) {
+        g_object_unref(client);
+        return;
+    }
+    book->client = client;
     e_book_client_get_view(E_BOOK_CLIENT(client), kEveryContact, books->m_cancellable, viewReady,
                            books);
 }
@@ -224,7 +258,12 @@ void EvolutionBooks::viewReady(GObject *client, GAsyncResult *result, gpointer d
     EvolutionBooks *books = self(data);
     if (books->failed(error, "view"))
         return;
-    books->m_views.push_back(view);
+    Book *book = books->findBook(bookUid(E_CLIENT(client)));
+    if (!book || book->client != E_CLIENT(client) || book->view) {
+        g_object_unref(view);
+        return;
+    }
+    book->view = view;
     // The view's first report holds every contact the book has already.
     g_signal_connect(view, "objects-added", G_CALLBACK(contactsSaved), books);
     g_signal_connect(view, "objects-modified", G_CALLBACK(contactsSaved), books);
@@ -237,34 +276,38 @@ void EvolutionBooks::viewReady(GObject *client, GAsyncResult *result, gpointer d
 void EvolutionBooks::contactsSaved(EBookClientView *view, const GSList *contacts, gpointer data)
 {
     EvolutionBooks *books = self(data);
+    const QString book = bookUid(view);
     for (const GSList *item = contacts; item; item = item->next) {
         EContact *contact = E_CONTACT(item->data);
         const auto *uid = static_cast<const char *>(e_contact_get_const(contact, E_CONTACT_UID));
-        books->m_cards.insert(books->contactKey(view, uid), books->card(contact));
+        books->m_cards.insert(book + u'/' + QString::fromUtf8(uid), books->card(contact));
     }
-    books->reportChange(view);
+    books->reportChange(book);
 }
 
 void EvolutionBooks::contactsRemoved(EBookClientView *view, const GSList *uids, gpointer data)
 {
     EvolutionBooks *books = self(data);
+    const QString book = bookUid(view);
     for (const GSList *item = uids; item; item = item->next)
-        books->m_cards.remove(books->contactKey(view, static_cast<const char *>(item->data)));
-    books->reportChange(view);
+        books->m_cards.remove(book + u'/' +
+                              QString::fromUtf8(static_cast<const char *>(item->data)));
+    books->reportChange(book);
 }
 
 void EvolutionBooks::viewComplete(EBookClientView *view, const GError *, gpointer data)
 {
     EvolutionBooks *books = self(data);
-    books->m_complete.insert(view);
+    if (Book *book = books->findBook(bookUid(view)))
+        book->complete = true;
     books->m_listener.changed();
 }
 
 // A book's first report comes in batches: it counts once it is whole, so that a half-read
 // book never takes names away from the list.
-void EvolutionBooks::reportChange(EBookClientView *view)
+void EvolutionBooks::reportChange(const QString &uid)
 {
-    if (m_complete.contains(view))
+    if (const Book *book = findBook(uid); book && book->complete)
         m_listener.changed();
 }
 
