@@ -30,7 +30,8 @@ int TableController::numberOfRowsInSection(int)
 TableViewCell *TableController::cellForRowAtIndexPath(const IndexPath &indexPath)
 {
     // One identifier per row: a row gets back its own cell, with whatever player or
-    // transcript state it had.
+    // transcript state it had. What the cell shows of a recording is set from the entry every
+    // time, since the recording at a row changes whenever one arrives or goes above it.
     const QString identifier =
         QStringLiteral("%1-%2").arg(QLatin1String("VANTREL")).arg(indexPath.row);
     auto *cell = qobject_cast<VTCell *>(tableView()->dequeueReusableCellWithIdentifier(identifier));
@@ -41,14 +42,14 @@ TableViewCell *TableController::cellForRowAtIndexPath(const IndexPath &indexPath
         return cell;
 
     const Entry &entry = entries.at(indexPath.row);
+    // A transcript open here belongs to the recording that sat in this row before, or to one
+    // that has lost its transcript: never shown under another caller's name.
+    if (cell->filePath() != entry.filename || !entry.textFile)
+        cell->closeTranscript();
     cell->textLabel()->setText(entry.name);
-    if (entry.textFile) {
-        // Never set back: a cell that had a transcript keeps its read button. Kept so; the
-        // identifier is per row, so only a rebuilt list can give the row another recording.
-        cell->setHasText(true);
-        setAlpha(cell->readButton(), 1.0);
-        cell->setTextFile(*entry.textFile);
-    }
+    cell->setHasText(entry.textFile.has_value());
+    setAlpha(cell->readButton(), cell->hasText() ? 1.0 : 0.0);
+    cell->setTextFile(entry.textFile.value_or(QString()));
     cell->detailTextLabel()->setText(entry.detailText());
     const Contact *contact = existingContactForAddress(entry.address);
     setAlpha(cell->phoneButton(), entry.address == QLatin1String("PRIVATE") ? 0.0 : 1.0);

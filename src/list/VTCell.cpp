@@ -98,6 +98,15 @@ QTextBrowser *VTCell::readerView() const
     return m_readerView;
 }
 
+void VTCell::closeTranscript()
+{
+    m_readButton->setSelected(false);
+    m_readerText.clear();
+    if (m_readerView)
+        m_readerView->clear();
+    layoutSubviews();
+}
+
 bool VTCell::hasPlayer() const
 {
     return !m_playerView->findChildren<QWidget *>(Qt::FindDirectChildrenOnly).isEmpty();

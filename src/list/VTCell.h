@@ -48,6 +48,10 @@ public:
     QString filePath() const override { return m_filePath; }
     void setFilePath(const QString &filePath) { m_filePath = filePath; }
 
+    // Puts the name back in place of a transcript shown here and forgets its text: the row
+    // is about to show another recording, or this one's transcript is gone.
+    void closeTranscript();
+
     // Whether the player view holds the player's controls.
     bool hasPlayer() const;
     // The cell that holds the player's controls stays until its row comes back for it.

@@ -8,6 +8,7 @@
 #include <QDBusConnection>
 #include <QDir>
 #include <QPushButton>
+#include <QSignalSpy>
 #include <QTest>
 
 // Opening and closing rows, the transcript reader and calling back, as a user does them.
@@ -24,7 +25,8 @@ private slots:
     void readingTranscripts();
     void dialing_data();
     void dialing();
-    void reloadKeepsReadButtonsAndDropsThePlayer();
+    void rowsShowOnlyTheirOwnTranscripts_data();
+    void rowsShowOnlyTheirOwnTranscripts();
     void rowsReadThroughAccessibility();
     void editModeSelectsWithoutOpening();
     void settingsButton_data();
@@ -136,30 +138,22 @@ void TestRows::keyboardOpensAndClosesRows()
 void TestRows::readingTranscripts_data()
 {
     QTest::addColumn<QByteArray>("contents");
-    QTest::addColumn<bool>("deleteFirst");
     QTest::addColumn<QString>("shown"); // null: nothing, and "(null)" in the log
-    QTest::newRow("text") << QByteArray("Call me back.") << false << "Call me back.";
-    QTest::newRow("deleted after listing") << QByteArray("gone") << true << QString();
-    QTest::newRow("not UTF-8") << QByteArray("caf\xe9 au lait") << false << QString();
+    QTest::newRow("text") << QByteArray("Call me back.") << "Call me back.";
+    QTest::newRow("not UTF-8") << QByteArray("caf\xe9 au lait") << QString();
     // Long enough to need breaking for display; the log gets it whole, on one line.
     QByteArray huge(256 * 1024, 'a');
     for (qsizetype i = 0; i < huge.size(); i += 9)
         huge[i] = ' ';
-    QTest::newRow("256 kB on one line") << huge << false << QString::fromLatin1(huge);
+    QTest::newRow("256 kB on one line") << huge << QString::fromLatin1(huge);
 }
 
 void TestRows::readingTranscripts()
 {
     QFETCH(QByteArray, contents);
-    QFETCH(bool, deleteFirst);
     QFETCH(QString, shown);
     m_screen->addRecording("TEL", "+15550001111", "16-Nov-2026-10-00-00", contents);
     m_screen->open();
-    if (deleteFirst) {
-        // The list reloads; the row's own cell comes back still knowing its transcript.
-        QVERIFY(QFile::remove(m_screen->messages() + "/" + m_screen->cell(0)->textFile()));
-        QTRY_VERIFY(!m_screen->list()->entryList().first().textFile);
-    }
     // Read on a closed row while another is open with its player: the row opens to read.
     m_screen->tapRow(1);
     QVERIFY(m_screen->waitForHeights({ 54, 108, 54, 54 }));
@@ -231,21 +225,86 @@ void TestRows::dialing()
     QCOMPARE(m_screen->list()->currentSelectedRowIndex(), std::nullopt); // dialing selects nothing
 }
 
-void TestRows::reloadKeepsReadButtonsAndDropsThePlayer()
+void TestRows::rowsShowOnlyTheirOwnTranscripts_data()
 {
+    QTest::addColumn<QString>("change");
+    QTest::newRow("a recording arrives at the top") << "arrive";
+    QTest::newRow("a row in the middle is deleted") << "delete";
+    QTest::newRow("a transcript appears") << "transcript appears";
+    QTest::newRow("the open transcript goes") << "transcript goes";
+    QTest::newRow("a recording arrives in edit mode") << "arrive editing";
+}
+
+// After any change of the list, each row on screen offers the transcript of its own recording
+// and nobody else's: its read button shows only when its recording has one, and what shows in
+// it, left open or opened afresh, is that file's text.
+void TestRows::rowsShowOnlyTheirOwnTranscripts()
+{
+    QFETCH(QString, change);
+    // Newest first: Daniel (transcript), +15557654321 (transcript), PRIVATE (none), and these.
+    m_screen->addRecording("TEL", "+15550003333", "12-Nov-2026-09-00-00", "Words of 3333.");
+    m_screen->addRecording("TEL", "+15550004444", "11-Nov-2026-09-00-00");
     m_screen->open();
-    m_screen->tapRow(0);
-    QVERIFY(m_screen->waitForHeights({ 108, 54, 54 }));
-    // A newer recording without a transcript takes row 0; the row's own cell comes back
-    // from the reuse queue and keeps its read button, as rows always have. No row stays open.
-    m_screen->addRecording("TEL", "+15550002222", "20-Nov-2026-10-00-00");
-    QTRY_COMPARE(m_screen->list()->numberOfRowsInSection(0), 4);
-    QVERIFY(!m_screen->list()->entryList().first().textFile);
-    QVERIFY(m_screen->waitForHeights({ 54, 54, 54, 54 }));
-    for (int row = 0; row < 4; ++row)
-        QTRY_VERIFY(!m_screen->cell(row)->hasPlayer());
-    QVERIFY(m_screen->cell(0)->readButton()->isVisible());
-    QVERIFY(!m_screen->cell(3)->readButton()->isVisible());
+    // The reader is left open on the second row, as a person reading it would leave it.
+    QTest::mouseClick(m_screen->cell(1)->readButton(), Qt::LeftButton);
+    QTRY_VERIFY(m_screen->cell(1)->readerView()->isVisible());
+
+    const QString messages = m_screen->messages();
+    const auto transcriptOf = [&](const QString &recording) {
+        return messages + u'/' + QString(recording).replace(".caf", ".txt");
+    };
+    const QString second = m_screen->cell(1)->filePath();
+    QSignalSpy reloaded(m_screen->list(), &TableController::entriesReloaded);
+    if (change.startsWith("arrive")) {
+        if (change.endsWith("editing"))
+            m_screen->press("Edit");
+        m_screen->addRecording("TEL", "+15550002222", "20-Nov-2026-10-00-00");
+    } else if (change == "delete") {
+        QVERIFY(QFile::remove(messages + u'/' + second));
+        QVERIFY(QFile::remove(transcriptOf(second)));
+    } else if (change == "transcript appears") {
+        QVERIFY(TestSupport::writeFile(
+            transcriptOf(TestSupport::recordingName("TEL", "PRIVATE", "13-Nov-2026-11-20-03")),
+            "Words of PRIVATE."));
+    } else {
+        QVERIFY(QFile::remove(transcriptOf(second)));
+    }
+    const int rows = change.startsWith("arrive") ? 6 : change == "delete" ? 4 : 5;
+    QTRY_COMPARE(m_screen->list()->numberOfRowsInSection(0), rows);
+    QTRY_VERIFY(!reloaded.isEmpty());
+
+    // Each row as drawn, against the directory as it is on disk.
+    QStringList recordings = QDir(messages).entryList({ "*.caf" });
+    std::sort(recordings.begin(), recordings.end(), [](const QString &a, const QString &b) {
+        const auto date = [](const QString &name) {
+            return QDateTime::fromString(name.section("-_", 3).chopped(4), "dd-MMM-yyyy-HH-mm-ss");
+        };
+        return date(a) > date(b);
+    });
+    QCOMPARE(recordings.size(), rows);
+    for (int row = 0; row < rows; ++row) {
+        VTCell *cell = m_screen->cell(row);
+        QVERIFY(cell);
+        const QString address = recordings.at(row).section("-_", 2, 2);
+        if (address != "+15551234567") // Daniel is named from the contacts
+            QCOMPARE(cell->textLabel()->text(), address);
+        QFile transcript(transcriptOf(recordings.at(row)));
+        const bool hasTranscript = transcript.open(QIODevice::ReadOnly);
+        const QString words = QString::fromUtf8(transcript.readAll());
+        QVERIFY2(cell->readButton()->isVisible() == hasTranscript, qPrintable(address));
+        if (cell->readerView()->isVisible())
+            QCOMPARE(cell->readerView()->toPlainText(), words);
+        if (!hasTranscript || change.endsWith("editing"))
+            continue;
+        // Opened afresh, and closed again, the reader shows this row's own words.
+        if (!cell->readerView()->isVisible()) {
+            QTest::mouseClick(cell->readButton(), Qt::LeftButton);
+            QTRY_VERIFY(cell->readerView()->isVisible());
+            QCOMPARE(cell->readerView()->toPlainText(), words);
+        }
+        QTest::mouseClick(cell->readButton(), Qt::LeftButton);
+        QTRY_VERIFY(!cell->readerView()->isVisible());
+    }
 }
 
 void TestRows::rowsReadThroughAccessibility()
