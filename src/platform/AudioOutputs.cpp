@@ -2,29 +2,36 @@
 
 #include "PulseOutput.h"
 
-#include <pulse/pulseaudio.h>
-
 #include <memory>
+#include <pulse/pulseaudio.h>
 
 namespace {
 constexpr int kRetryMs = 2000;
-}
+// The role a phone gives its call's audio; the server's policy (module-role-cork) corks music
+// while such a stream plays.
+constexpr const char *kCallRole = "phone";
+} // namespace
 
-// One reading of the server's outputs, gathered across the answers of two requests.
+// One reading of the server's outputs, gathered across the answers of three requests.
 struct AudioOutputs::Listing
 {
     AudioOutputs *owner { nullptr };
     QList<Output> outputs;
     QString defaultName;
-    int pending { 2 };
+    bool callActive { false };
+    int pending { 3 };
     void finishOne()
     {
         if (--pending > 0)
             return;
         QMetaObject::invokeMethod(
-            owner, [owner = owner, outputs = outputs, name = defaultName] { owner->apply(outputs, name); },
+            owner,
+            [owner = owner, outputs = outputs, name = defaultName, call = callActive] {
+                owner->apply(outputs, name, call);
+            },
             Qt::QueuedConnection);
-        std::erase_if(owner->m_listings, [this](const auto &listing) { return listing.get() == this; });
+        std::erase_if(owner->m_listings,
+                      [this](const auto &listing) { return listing.get() == this; });
     }
 };
 
@@ -69,7 +76,9 @@ void AudioOutputs::contextStateChanged(pa_context *context, void *self)
     switch (pa_context_get_state(context)) {
     case PA_CONTEXT_READY:
         if (pa_operation *operation = pa_context_subscribe(
-                context, pa_subscription_mask_t(PA_SUBSCRIPTION_MASK_SINK | PA_SUBSCRIPTION_MASK_SERVER),
+                context,
+                pa_subscription_mask_t(PA_SUBSCRIPTION_MASK_SINK | PA_SUBSCRIPTION_MASK_SERVER |
+                                       PA_SUBSCRIPTION_MASK_SINK_INPUT),
                 nullptr, nullptr))
             pa_operation_unref(operation);
         outputs->refresh();
@@ -80,7 +89,7 @@ void AudioOutputs::contextStateChanged(pa_context *context, void *self)
         QMetaObject::invokeMethod(
             outputs,
             [outputs] {
-                outputs->apply({}, {});
+                outputs->apply({}, {}, false);
                 outputs->m_retry.start();
             },
             Qt::QueuedConnection);
@@ -103,8 +112,8 @@ void AudioOutputs::refresh()
             if (last)
                 listing->finishOne();
             else if (info)
-                listing->outputs.append({ QString::fromUtf8(info->name),
-                                          QString::fromUtf8(info->description) });
+                listing->outputs.append(
+                    { QString::fromUtf8(info->name), QString::fromUtf8(info->description) });
         },
         listing);
     if (sinks)
@@ -124,10 +133,30 @@ void AudioOutputs::refresh()
         pa_operation_unref(server);
     else
         listing->finishOne();
+    pa_operation *streams = pa_context_get_sink_input_info_list(
+        m_connection.context,
+        [](pa_context *, const pa_sink_input_info *info, int last, void *data) {
+            auto *listing = static_cast<Listing *>(data);
+            if (last) {
+                listing->finishOne();
+                return;
+            }
+            const char *role =
+                info ? pa_proplist_gets(info->proplist, PA_PROP_MEDIA_ROLE) : nullptr;
+            if (role && qstrcmp(role, kCallRole) == 0 && !info->corked)
+                listing->callActive = true;
+        },
+        listing);
+    if (streams)
+        pa_operation_unref(streams);
+    else
+        listing->finishOne();
 }
 
-void AudioOutputs::apply(const QList<Output> &outputs, const QString &defaultName)
+void AudioOutputs::apply(const QList<Output> &outputs, const QString &defaultName, bool callActive)
 {
+    if (std::exchange(m_callActive, callActive) != callActive)
+        emit callActiveChanged(callActive);
     if (outputs == m_outputs && defaultName == m_defaultName)
         return;
     m_outputs = outputs;

@@ -6,8 +6,8 @@
 
 #include <QPointer>
 #include <algorithm>
-#include <cmath>
 #include <atomic>
+#include <cmath>
 #include <condition_variable>
 #include <cstring>
 #include <mutex>
@@ -40,13 +40,12 @@ struct AudioPlayer::Engine
     void run(const QString &path);
     void openOutput(const QString &sink, std::unique_lock<std::mutex> &held);
     void decodeChunk(std::unique_lock<std::mutex> &held);
-    template<typename Call>
-    void post(Call call)
+    template <typename Call> void post(Call call)
     {
         QMetaObject::invokeMethod(player, std::move(call), Qt::QueuedConnection);
     }
 
-    AudioPlayer *player; // only for posting to; touched on its own thread
+    AudioPlayer *player;              // only for posting to; touched on its own thread
     AudioDecoder decoder { kFormat }; // the decoding thread's alone
     std::atomic<bool> abort { false };
     std::atomic<qint64> handedOver { 0 };
@@ -60,27 +59,28 @@ struct AudioPlayer::Engine
     std::mutex lock;
     std::condition_variable wake;
     bool quit { false };
-    bool prepared { false };         // decode ahead from now on
+    bool prepared { false }; // decode ahead from now on
     bool openRequested { false };
     QString openSink;
     bool moveRequested { false };
     QString moveSink;
-    bool playing { false };          // what the stream should be doing
-    bool playingApplied { false };   // what it was last told
+    bool playing { false };        // what the stream should be doing
+    bool playingApplied { false }; // what it was last told
     bool seekRequested { false };
     double seekTarget { 0 };
-    int generation { 0 };            // of the last seek asked for
+    int generation { 0 };                   // of the last seek asked for
     std::atomic<int> heardGeneration { 0 }; // of the last seek the stream was flushed for
     bool seeking { false };
     bool endOfFile { false };
     bool decodeFailed { false };
-    bool allHandedOver { false };    // the end of the file is with the server
+    bool allHandedOver { false }; // the end of the file is with the server
     bool drainAsked { false };
     bool starved { false };
     std::vector<char> ring = std::vector<char>(kBufferBytes);
     std::size_t ringStart { 0 };
     std::size_t ringSize { 0 };
-    std::vector<double> average = std::vector<double>(kFormat.channels, AudioDecoder::SilenceDecibels);
+    std::vector<double> average =
+        std::vector<double>(kFormat.channels, AudioDecoder::SilenceDecibels);
     std::vector<double> peak = std::vector<double>(kFormat.channels, AudioDecoder::SilenceDecibels);
 };
 
@@ -277,6 +277,8 @@ AudioPlayer::AudioPlayer(const QString &path, QObject *parent)
     connect(&m_reconnect, &QTimer::timeout, this, &AudioPlayer::requestOutput);
     connect(AudioSession::sharedInstance(), &AudioSession::outputChanged, this,
             &AudioPlayer::followRoute);
+    connect(AudioSession::sharedInstance(), &AudioSession::callActiveChanged, this,
+            &AudioPlayer::followCall);
     m_engine->thread = std::thread([engine = m_engine.get(), path] { engine->run(path); });
 }
 
@@ -355,8 +357,8 @@ void AudioPlayer::didOpenOutput(bool ok, const QString &error)
     if (!wasPlaying)
         return;
     if (m_delegate)
-        m_delegate->audioPlayerDecodeErrorDidOccur(this,
-                                                   QStringLiteral("play %1: %2").arg(m_path, error));
+        m_delegate->audioPlayerDecodeErrorDidOccur(
+            this, QStringLiteral("play %1: %2").arg(m_path, error));
     if (m_delegate)
         m_delegate->audioPlayerDidFinishPlaying(this, false);
 }
@@ -447,12 +449,28 @@ void AudioPlayer::setInterrupted(bool interrupted)
     if (interrupted == m_interrupted || (interrupted && !m_playing))
         return;
     m_interrupted = interrupted;
+    m_interruptedByCall = false;
     if (!m_delegate)
         return;
     if (interrupted)
         m_delegate->audioPlayerBeginInterruption(this);
     else
         m_delegate->audioPlayerEndInterruption(this);
+}
+
+void AudioPlayer::followCall(bool active)
+{
+    // A call interrupts even a paused player, and its end ends the interruption: the listener
+    // decides what comes after it. While playing, the server's own cork request for the call
+    // has usually begun the interruption already, and its uncork request ends it.
+    if (active && !m_interrupted) {
+        m_interrupted = true;
+        m_interruptedByCall = true;
+        if (m_delegate)
+            m_delegate->audioPlayerBeginInterruption(this);
+    } else if (!active && m_interruptedByCall) {
+        setInterrupted(false);
+    }
 }
 
 void AudioPlayer::didLoseOutput(const QString &reason)
@@ -464,8 +482,8 @@ void AudioPlayer::didLoseOutput(const QString &reason)
         m_engine->output.reset();
     }
     if (m_delegate)
-        m_delegate->audioPlayerDecodeErrorDidOccur(this,
-                                                   QStringLiteral("play %1: %2").arg(m_path, reason));
+        m_delegate->audioPlayerDecodeErrorDidOccur(
+            this, QStringLiteral("play %1: %2").arg(m_path, reason));
     // The server's outputs may have vanished a moment earlier and interrupted playback
     // already: either way the stream is made again once the server is back.
     m_lostSink.clear();

@@ -100,6 +100,7 @@ private:
     void didLoseOutput(const QString &reason);
     void didMove(const QString &sinkName);
     void setInterrupted(bool interrupted);
+    void followCall(bool active);
     void followRoute();
     void noticeLostOutput();
     void requestOutput();
@@ -113,11 +114,12 @@ private:
     bool m_outputRequested { false };
     bool m_outputOpen { false };
     bool m_interrupted { false };
+    bool m_interruptedByCall { false }; // the interruption began with a call seen while paused
     bool m_meteringEnabled { false };
     // Where the listener was at the last seek; what has been heard since is added.
     double m_seekBase { 0 };
     int m_generation { 0 };
-    QString m_sink; // the output asked for; empty for the server's default
+    QString m_sink;     // the output asked for; empty for the server's default
     QString m_lostSink; // the output that went away while the stream played on it
     std::vector<double> m_average;
     std::vector<double> m_peak;

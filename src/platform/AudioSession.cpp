@@ -38,10 +38,10 @@ AudioSession *AudioSession::sharedInstance()
     return session;
 }
 
-AudioSession::AudioSession(QObject *parent)
-    : QObject(parent), m_outputs(new AudioOutputs(this))
+AudioSession::AudioSession(QObject *parent) : QObject(parent), m_outputs(new AudioOutputs(this))
 {
     connect(m_outputs, &AudioOutputs::changed, this, &AudioSession::outputsChanged);
+    connect(m_outputs, &AudioOutputs::callActiveChanged, this, &AudioSession::callActiveChanged);
     // Whether the call-audio daemon runs is followed on the bus, never asked on the way.
     QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected())
@@ -82,9 +82,8 @@ bool AudioSession::setCategory(const QString &category)
 
 void AudioSession::tellCallAudioDaemon()
 {
-    QDBusMessage call = QDBusMessage::createMethodCall(kCallAudioService, kCallAudioPath,
-                                                       kCallAudioService,
-                                                       QStringLiteral("EnableSpeaker"));
+    QDBusMessage call = QDBusMessage::createMethodCall(
+        kCallAudioService, kCallAudioPath, kCallAudioService, QStringLiteral("EnableSpeaker"));
     call << (m_category == AVAudioSessionCategoryPlayback);
     // Not waited for: the daemon switches while the sound goes on.
     QDBusConnection::sessionBus().asyncCall(call);
@@ -100,6 +99,11 @@ bool AudioSession::hasOutput(const QString &name) const
     return m_outputs->contains(name);
 }
 
+bool AudioSession::callActive() const
+{
+    return m_outputs->callActive();
+}
+
 void AudioSession::outputsChanged()
 {
     const QList<AudioOutputs::Output> outputs = m_outputs->outputs();
@@ -110,7 +114,8 @@ void AudioSession::outputsChanged()
     const bool receiver = m_category == AVAudioSessionCategoryPlayAndRecord;
     const auto defaultOutput = std::find_if(outputs.begin(), outputs.end(), isDefault);
     // With the daemon, the default output is the phone's own, whichever way it is switched.
-    if (!m_callAudioDaemon && defaultOutput != outputs.end() && isReceiver(*defaultOutput) != receiver) {
+    if (!m_callAudioDaemon && defaultOutput != outputs.end() &&
+        isReceiver(*defaultOutput) != receiver) {
         const auto other = std::find_if(outputs.begin(), outputs.end(), [&](const auto &output) {
             return isReceiver(output) == receiver;
         });

@@ -33,6 +33,8 @@ public:
     // outputs are not known.
     QString outputName() const;
     bool hasOutput(const QString &name) const;
+    // A call is under way on the sound server.
+    bool callActive() const;
 
 signals:
     void categoryChanged(const QString &category);
@@ -40,6 +42,8 @@ signals:
     void routeChanged();
     // outputName() answers something else.
     void outputChanged();
+    // A call began or ended.
+    void callActiveChanged(bool active);
 
 private:
     explicit AudioSession(QObject *parent);

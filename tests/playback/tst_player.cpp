@@ -33,9 +33,10 @@ public slots:
 bool ffmpegTone(const QString &path, double seconds, int pitch = 440)
 {
     QProcess process;
-    process.start("ffmpeg", { "-hide_banner", "-loglevel", "error", "-y", "-f", "lavfi", "-i",
-                              QString("aevalsrc=0.5*sin(2*PI*%1*t):s=8000:d=%2").arg(pitch).arg(seconds),
-                              "-c:a", "pcm_alaw", path });
+    process.start("ffmpeg",
+                  { "-hide_banner", "-loglevel", "error", "-y", "-f", "lavfi", "-i",
+                    QString("aevalsrc=0.5*sin(2*PI*%1*t):s=8000:d=%2").arg(pitch).arg(seconds),
+                    "-c:a", "pcm_alaw", path });
     return process.waitForFinished(60000) && process.exitCode() == 0;
 }
 
@@ -76,6 +77,8 @@ private slots:
     void bannersForRecordingsThatDoNotOpen();
     void brokenRecordingInTheList();
     void theListGoesOnWhileAnHourLongRecordingOpens();
+    void aCallInterruptsPlayback_data();
+    void aCallInterruptsPlayback();
 
 private:
     // Opens the list over one recording of the given length and taps its row open.
@@ -94,8 +97,7 @@ void TestPlayer::cleanup()
 VantrelPlayer *TestPlayer::openRow(double seconds, int pitch)
 {
     m_screen = std::make_unique<ListScreen>();
-    const QString name =
-        TestSupport::recordingName("TEL", "+15551234567", "15-Nov-2026-22-10-07");
+    const QString name = TestSupport::recordingName("TEL", "+15551234567", "15-Nov-2026-22-10-07");
     QDir().mkpath(m_screen->messages());
     if (!ffmpegTone(m_screen->messages() + '/' + name, seconds, pitch))
         return nullptr;
@@ -228,7 +230,7 @@ void TestPlayer::closingAndReopeningAtOnceKeepsTheControls()
 void TestPlayer::bannersForRecordingsThatDoNotOpen_data()
 {
     QTest::addColumn<QByteArray>("contents");
-    QTest::addColumn<int>("size");     // what the row knows of its file
+    QTest::addColumn<int>("size"); // what the row knows of its file
     QTest::addColumn<int>("duration");
     QTest::addColumn<QString>("banner");
     QTest::newRow("empty file") << QByteArray() << 0 << 0 << VantrelPlayer::kEmptyFileText;
@@ -289,12 +291,13 @@ void TestPlayer::theListGoesOnWhileAnHourLongRecordingOpens()
     m_screen = std::make_unique<ListScreen>();
     QDir().mkpath(m_screen->messages());
     const QString hour = TestSupport::recordingName("TEL", "+15551234567", "15-Nov-2026-22-10-07");
-    const QString minute = TestSupport::recordingName("TEL", "+15557654321", "14-Nov-2026-09-00-00");
+    const QString minute =
+        TestSupport::recordingName("TEL", "+15557654321", "14-Nov-2026-09-00-00");
     QProcess ffmpeg;
-    ffmpeg.start("ffmpeg", { "-hide_banner", "-loglevel", "error", "-y", "-f", "lavfi", "-i",
-                             "aevalsrc=0.5*sin(2*PI*1000*t):s=8000:d=3600", "-c:a", "libmp3lame",
-                             "-b:a", "16k", "-write_xing", "0", "-f", "mp3",
-                             m_screen->messages() + '/' + hour });
+    ffmpeg.start("ffmpeg",
+                 { "-hide_banner", "-loglevel", "error", "-y", "-f", "lavfi", "-i",
+                   "aevalsrc=0.5*sin(2*PI*1000*t):s=8000:d=3600", "-c:a", "libmp3lame", "-b:a",
+                   "16k", "-write_xing", "0", "-f", "mp3", m_screen->messages() + '/' + hour });
     QVERIFY(ffmpeg.waitForFinished(120000) && ffmpeg.exitCode() == 0);
     QVERIFY(ffmpegTone(m_screen->messages() + '/' + minute, 60));
     m_screen->open();
@@ -314,6 +317,47 @@ void TestPlayer::theListGoesOnWhileAnHourLongRecordingOpens()
     QVERIFY2(speaker.hears(440), qPrintable(speaker.description()));
     QVERIFY(m_screen->waitForHeights({ 54, 108 }));
     QVERIFY(!m_screen->cell(0)->playerView()->isAncestorOf(player->errorView()));
+}
+
+void TestPlayer::aCallInterruptsPlayback_data()
+{
+    QTest::addColumn<bool>("pausedFirst");
+    QTest::newRow("while it plays") << false;
+    // Once anything has played, the end of a call always plays on; kept so deliberately.
+    QTest::newRow("while paused after playing") << true;
+}
+
+// A phone's sound server corks music while a stream of the phone role plays (a call): the
+// row pauses for the call and plays on when the call is over.
+void TestPlayer::aCallInterruptsPlayback()
+{
+    QFETCH(bool, pausedFirst);
+    VantrelPlayer *player = openRow(30);
+    QVERIFY(player);
+    SoundMonitor speaker("speaker");
+    click(player->playbackButton());
+    QVERIFY2(speaker.hears(440), qPrintable(speaker.description()));
+    if (pausedFirst) {
+        click(player->playbackButton());
+        QCOMPARE(player->playbackButton()->accessibleName(), "Play");
+    }
+
+    QVERIFY(m_server.pactl({ "load-module", "module-role-cork" }));
+    QProcess call;
+    call.setStandardInputFile("/dev/zero");
+    call.start("pacat", { "--playback", "--raw", "--property=media.role=phone" });
+    QVERIFY(call.waitForStarted());
+    // A paused row shows nothing new: the call is known once the session has seen it.
+    QTRY_VERIFY(AudioSession::sharedInstance()->callActive());
+    QCOMPARE(player->playbackButton()->accessibleName(), "Play");
+    QVERIFY(speaker.hearsSilence());
+
+    call.kill();
+    call.waitForFinished();
+    QTRY_COMPARE_WITH_TIMEOUT(player->playbackButton()->accessibleName(), "Pause", 10000);
+    SoundMonitor after("speaker");
+    QVERIFY2(after.hears(440), qPrintable(after.description()));
+    QVERIFY(m_server.pactl({ "unload-module", "module-role-cork" }));
 }
 
 QTEST_MAIN(TestPlayer)
