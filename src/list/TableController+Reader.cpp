@@ -80,19 +80,37 @@ void TableController::offerCallBack(const QString &address)
     auto *alert = AlertController::alertControllerWithTitle(QStringLiteral("Vantrel"),
                                                             QStringLiteral("Dial %1?").arg(address),
                                                             AlertController::Style::Alert);
-    alert->addAction(AlertAction::actionWithTitle(
-        QStringLiteral("Dial"), AlertAction::Style::Default, [address](const AlertAction &) {
-            // The kind of the call plays no part: a FaceTime call from a number is called back by
-            // phone.
-            const QString scheme =
-                address.contains(u'@') ? QStringLiteral("facetime-audio") : QStringLiteral("tel");
-            // The address goes in as it is stored, unescaped; one that makes no URL dials nothing.
-            if (const auto url = Url::urlWithString(QStringLiteral("%1://%2").arg(scheme, address)))
-                Url::openURL(*url);
-        }));
+    alert->addAction(
+        AlertAction::actionWithTitle(QStringLiteral("Dial"), AlertAction::Style::Default,
+                                     [this, address](const AlertAction &) { dial(address); }));
     alert->addAction(
         AlertAction::actionWithTitle(QStringLiteral("Cancel"), AlertAction::Style::Cancel));
     alert->presentIn(tableView(), true);
+}
+
+void TableController::dial(const QString &address)
+{
+    // The kind of the call plays no part: a FaceTime call from a number is called back by phone.
+    const QString scheme =
+        address.contains(u'@') ? QStringLiteral("facetime-audio") : QStringLiteral("tel");
+    // The address goes in as it is stored, unescaped.
+    const QString text = QStringLiteral("%1://%2").arg(scheme, address);
+    const auto url = Url::urlWithString(text);
+    if (!url) {
+        mylog(QStringLiteral("call back: \"%1\" is not an address that can be dialed").arg(text));
+        tellUser(QStringLiteral("This caller's address cannot be dialed."));
+        return;
+    }
+    // Asked without waiting: the answer comes from xdg-mime.
+    Url::canOpenURL(*url, this, [this, url = *url](bool registered) {
+        if (registered && Url::openURL(url))
+            return;
+        mylog(QStringLiteral("call back: %1 %2")
+                  .arg(url.toString(), registered
+                                           ? QStringLiteral("could not be handed on")
+                                           : QStringLiteral("has no handler for its scheme")));
+        tellUser(QStringLiteral("No application on this device can place the call."));
+    });
 }
 
 bool TableController::playRecording(const QString &filename)

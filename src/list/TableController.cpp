@@ -113,6 +113,15 @@ void TableController::getEntries()
     entries = RecordingCatalogue(entriesContactStore.get()).entries(_messagesDirectory);
 }
 
+void TableController::tellUser(const QString &message)
+{
+    auto *alert = AlertController::alertControllerWithTitle(QStringLiteral("Vantrel"), message,
+                                                            AlertController::Style::Alert);
+    alert->addAction(
+        AlertAction::actionWithTitle(QStringLiteral("Okay"), AlertAction::Style::Cancel));
+    alert->presentIn(tableView(), true);
+}
+
 void TableController::closeOpenRow()
 {
     TableView *table = tableView();

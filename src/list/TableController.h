@@ -76,6 +76,8 @@ public:
     void dialButtonTapped(Button *button);
     // The same offer for a recording's address: "Dial %1?", unless there is none to call.
     void offerCallBack(const QString &address);
+    // Hands the call to whatever places calls, or says that nothing here can.
+    void dial(const QString &address);
     // Brings the recording's row on screen, opens it as a tap would and plays it once it has
     // opened; leaves edit mode first. Answers whether the recording is in the list.
     bool playRecording(const QString &filename);
@@ -157,6 +159,8 @@ protected:
     void viewDidLoad() override;
 
 private:
+    // A "Vantrel" alert with the message and "Okay": how the list says that something failed.
+    void tellUser(const QString &message);
     // Takes the player down from the table's selected row, forgets the open row, deselects
     // it and lets the row shrink back.
     void closeOpenRow();
