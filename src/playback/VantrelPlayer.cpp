@@ -78,6 +78,9 @@ VantrelPlayer::VantrelPlayer(const QString &messagesDirectory, QObject *parent)
         connect(button, &Button::selectedChanged, this, &VantrelPlayer::updateAccessibleNames);
     updateAccessibleNames();
 
+    connect(AudioSession::sharedInstance(), &AudioSession::outputChanged, this,
+            &VantrelPlayer::outputChanged);
+
     m_removal.setSingleShot(true);
     m_removal.setInterval(kRemovalDelayMs);
     connect(&m_removal, &QTimer::timeout, this, [this] { m_container->setParent(m_shelf.get()); });
@@ -142,6 +145,28 @@ std::unique_ptr<AudioPlayer> VantrelPlayer::makePlayer() const
     auto player = std::make_unique<AudioPlayer>(path);
     player->setMeteringEnabled(true);
     return player;
+}
+
+void VantrelPlayer::showNoOutput()
+{
+    QWidget *playerView = m_container->parentWidget();
+    if (!playerView || playerView == m_shelf.get())
+        return;
+    _errorLabel->setText(kNoOutputText);
+    _errorView->setParent(playerView);
+    _errorView->setGeometry(m_container->geometry());
+    setAlpha(_errorView, 1);
+    _errorView->show();
+    m_container->hide();
+}
+
+void VantrelPlayer::outputChanged()
+{
+    if (_errorLabel->text() != kNoOutputText ||
+        AudioSession::sharedInstance()->outputName().isEmpty())
+        return;
+    resetErrorView();
+    m_container->show();
 }
 
 void VantrelPlayer::resetErrorView()
@@ -334,8 +359,12 @@ void VantrelPlayer::progressViewDidEndScrubbing(VantrelProgressView *)
         m_playerTimer = scheduleScrubberTimer();
 }
 
-void VantrelPlayer::audioPlayerDidFinishPlaying(AudioPlayer *, bool)
+void VantrelPlayer::audioPlayerDidFinishPlaying(AudioPlayer *, bool successfully)
 {
+    // The sound server could not be reached (the reason is in the log already): the row says
+    // so, rather than offering a play button that only springs back.
+    if (!successfully && AudioSession::sharedInstance()->outputName().isEmpty())
+        showNoOutput();
     m_progressView->setCurrentTime(0);
     handlePlaybackStateChanged();
     m_playbackButton->setSelected(false);

@@ -84,6 +84,8 @@ public:
     static inline const QString kReadErrorText = QStringLiteral("Failed to load. File read error.");
     static inline const QString kMissingFileText =
         QStringLiteral("Failed to load. File is missing.");
+    // Play was pressed with no sound server to play on; the controls come back with one.
+    static inline const QString kNoOutputText = QStringLiteral("No sound output is available.");
 
 signals:
     // The playing state changed or the player came down: the application applies its
@@ -105,6 +107,10 @@ private:
     QTimer *scheduleScrubberTimer();
     void invalidateTimer();
     void resetErrorView();
+    // Covers the open row's controls with the banner, saying that nothing can sound.
+    void showNoOutput();
+    // The sound server's outputs changed: a row told there was none gets its controls back.
+    void outputChanged();
     void updateAccessibleNames();
 
     bool _playerWasPlaying { false }; // never reset: any interruption's end resumes

@@ -77,6 +77,7 @@ private slots:
     void bannersForRecordingsThatDoNotOpen();
     void brokenRecordingInTheList();
     void theListGoesOnWhileAnHourLongRecordingOpens();
+    void playWithoutASoundServerSaysSo();
     void aCallInterruptsPlayback_data();
     void aCallInterruptsPlayback();
 
@@ -91,6 +92,10 @@ private:
 void TestPlayer::cleanup()
 {
     m_screen.reset();
+    // A test that stopped the server and failed before starting it again does not take the
+    // next ones with it.
+    if (!m_server.pactl({ "info" }))
+        QVERIFY(m_server.start());
     AudioSession::sharedInstance()->setCategory(AudioSession::AVAudioSessionCategoryPlayback);
 }
 
@@ -317,6 +322,30 @@ void TestPlayer::theListGoesOnWhileAnHourLongRecordingOpens()
     QVERIFY2(speaker.hears(440), qPrintable(speaker.description()));
     QVERIFY(m_screen->waitForHeights({ 54, 108 }));
     QVERIFY(!m_screen->cell(0)->playerView()->isAncestorOf(player->errorView()));
+}
+
+void TestPlayer::playWithoutASoundServerSaysSo()
+{
+    m_server.stop();
+    VantrelPlayer *player = openRow(2);
+    QVERIFY(player);
+    const qint64 logStart = TestSupport::logSize();
+    click(player->playbackButton());
+    // The row says it, where the controls were; the log says why.
+    QTRY_VERIFY(player->errorView()->isVisible());
+    QCOMPARE(player->errorText(), "No sound output is available.");
+    QVERIFY(m_screen->cell(0)->playerView()->isAncestorOf(player->errorView()));
+    QVERIFY(!player->playbackButton()->isVisible());
+    QVERIFY(TestSupport::logLinesSince(logStart).join('\n').contains(
+        "cannot connect to the audio server"));
+
+    // With a sound server back, the controls are back and play.
+    QVERIFY(m_server.start());
+    QTRY_VERIFY_WITH_TIMEOUT(player->playbackButton()->isVisible(), 10000);
+    QVERIFY(!player->errorView()->isVisible());
+    SoundMonitor speaker("speaker");
+    click(player->playbackButton());
+    QVERIFY2(speaker.hears(440), qPrintable(speaker.description()));
 }
 
 void TestPlayer::aCallInterruptsPlayback_data()
