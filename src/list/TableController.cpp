@@ -17,9 +17,15 @@
 #include "store/ContactStore.h"
 #include "store/RecordingCatalogue.h"
 
+#include <QEvent>
+#include <QLabel>
+
 namespace {
 constexpr double kMonogramDiameter = 40.0;
 constexpr int kMonogramStyle = 1;
+constexpr int kEmptyStateMargin = 24;
+constexpr int kEmptyStateFontSize = 17;
+const QColor kQuietText { 142, 142, 147 }; // grey on black, as a list's empty state reads
 } // namespace
 
 TableController::TableController(const QString &messagesDirectory, QObject *parent)
@@ -94,6 +100,7 @@ void TableController::viewDidLoad()
     if (entries.isEmpty())
         edit->setViewAlpha(0.0);
     table->reloadData();
+    updateEmptyState();
 }
 
 BarButtonItem *TableController::editButton() const
@@ -110,7 +117,46 @@ void TableController::getEntries()
 
     if (!entriesContactStore)
         entriesContactStore = ContactStore::storeWithOptions(0);
-    entries = RecordingCatalogue(entriesContactStore.get()).entries(_messagesDirectory);
+    QString error;
+    entries = RecordingCatalogue(entriesContactStore.get()).entries(_messagesDirectory, &error);
+    if (error != std::exchange(_listError, error) && !error.isEmpty())
+        mylog(QStringLiteral("cannot read the Messages directory %1: %2")
+                  .arg(_messagesDirectory, error));
+}
+
+void TableController::updateEmptyState()
+{
+    TableView *table = tableView();
+    if (!_emptyStateLabel) {
+        _emptyStateLabel = new QLabel(table);
+        _emptyStateLabel->setObjectName(QStringLiteral("EmptyState"));
+        _emptyStateLabel->setAlignment(Qt::AlignCenter);
+        _emptyStateLabel->setWordWrap(true);
+        _emptyStateLabel->setMargin(kEmptyStateMargin);
+        _emptyStateLabel->setAttribute(Qt::WA_TransparentForMouseEvents);
+        QFont font = _emptyStateLabel->font();
+        font.setPixelSize(kEmptyStateFontSize);
+        _emptyStateLabel->setFont(font);
+        QPalette palette = _emptyStateLabel->palette();
+        palette.setColor(QPalette::WindowText, kQuietText);
+        _emptyStateLabel->setPalette(palette);
+        // Stays over the middle of the list, whatever size the window takes.
+        table->viewport()->installEventFilter(this);
+    }
+    _emptyStateLabel->setText(
+        _listError.isEmpty()
+            ? QStringLiteral("No voicemails")
+            : QStringLiteral("The voicemail folder cannot be read.\n%1").arg(_messagesDirectory));
+    _emptyStateLabel->setGeometry(table->viewport()->geometry());
+    _emptyStateLabel->setVisible(entries.isEmpty());
+    _emptyStateLabel->raise();
+}
+
+bool TableController::eventFilter(QObject *watched, QEvent *event)
+{
+    if (_emptyStateLabel && watched == tableView()->viewport() && event->type() == QEvent::Resize)
+        _emptyStateLabel->setGeometry(tableView()->viewport()->geometry());
+    return TableViewController::eventFilter(watched, event);
 }
 
 void TableController::tellUser(const QString &message)
@@ -167,6 +213,7 @@ void TableController::reloadEntries(bool refresh)
     }
     if (BarButtonItem *edit = editButton())
         edit->setViewAlpha(entries.isEmpty() ? 0.0 : 1.0);
+    updateEmptyState();
     emit entriesReloaded();
 }
 

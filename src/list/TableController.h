@@ -22,6 +22,7 @@ class ContactStore;
 class RecordingSharer;
 class VantrelPlayer;
 class VTCell;
+class QLabel;
 
 // The list screen: one row per recording in the Messages directory, newest first. It watches
 // the directory and rebuilds the whole list whenever it changes.
@@ -157,10 +158,14 @@ public slots:
 
 protected:
     void viewDidLoad() override;
+    bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
     // A "Vantrel" alert with the message and "Okay": how the list says that something failed.
     void tellUser(const QString &message);
+    // What stands in the middle of a list without rows: that there are no voicemails, or that
+    // the Messages directory cannot be read.
+    void updateEmptyState();
     // Takes the player down from the table's selected row, forgets the open row, deselects
     // it and lets the row shrink back.
     void closeOpenRow();
@@ -174,6 +179,8 @@ private:
     QString _messagesDirectory;
     int64_t seekOffset { -1 }; // set at construction and never read; kept as it always was
     QList<Entry> entries;
+    QString _listError; // why the Messages directory could not be read, or empty
+    QPointer<QLabel> _emptyStateLabel;
     std::unique_ptr<Monogrammer> monogrammer;
     std::optional<IndexPath> selectedRowIndex;
     bool _playerRunning { false }; // never set: the route handler always reads false

@@ -9,6 +9,7 @@
 #include <QStringDecoder>
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstring>
 #include <ctime>
 #include <dirent.h>
@@ -28,7 +29,12 @@ struct DirCloser
 class Listing
 {
 public:
-    explicit Listing(const QByteArray &directory) : m_dir(opendir(directory.constData())) {}
+    explicit Listing(const QByteArray &directory)
+        : m_dir(opendir(directory.constData())), m_openError(m_dir ? 0 : errno)
+    {}
+
+    // Why the directory could not be opened; 0 when it was, or when it is simply not there.
+    int openError() const { return m_openError == ENOENT ? 0 : m_openError; }
 
     // The next name that ends in "caf", both as the file system has it and read as UTF-8, or
     // false at the end. A name that is not UTF-8 cannot be written back as a path of the same
@@ -50,6 +56,7 @@ public:
 
 private:
     std::unique_ptr<DIR, DirCloser> m_dir;
+    int m_openError;
     QStringDecoder m_decoder { QStringDecoder::Utf8, QStringDecoder::Flag::ConvertInitialBom };
 };
 
@@ -234,10 +241,13 @@ std::optional<Entry> RecordingCatalogue::entryForFile(const QString &directory,
     return makeEntry(QFile::encodeName(fileName), fileName, transcripts, m_contacts, times);
 }
 
-QList<Entry> RecordingCatalogue::entries(const QString &directory) const
+QList<Entry> RecordingCatalogue::entries(const QString &directory, QString *error) const
 {
     const QByteArray path = QFile::encodeName(directory);
     Listing listing(path);
+    if (error)
+        *error =
+            listing.openError() ? QString::fromLocal8Bit(strerror(listing.openError())) : QString();
     TranscriptProbe transcripts(path);
     DisplayTimes times(m_displayLocale);
     QList<Entry> result;

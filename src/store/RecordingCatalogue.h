@@ -18,8 +18,9 @@ public:
     // displayLocale; they are read in the process's time zone.
     explicit RecordingCatalogue(const ContactStore *contacts, QLocale displayLocale = QLocale());
 
-    // A missing or unreadable directory gives an empty list.
-    QList<Entry> entries(const QString &directory) const;
+    // A missing or unreadable directory gives an empty list; for one that is there but cannot
+    // be read, error (when given) says why. It is left empty otherwise.
+    QList<Entry> entries(const QString &directory, QString *error = nullptr) const;
 
     // The entry for one listed name, or nothing when the name is not a recording's.
     std::optional<Entry> entryForFile(const QString &directory, const QString &fileName) const;

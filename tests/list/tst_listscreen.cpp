@@ -6,7 +6,9 @@
 #include "platform/View.h"
 
 #include <QDir>
+#include <QLabel>
 #include <QTest>
+#include <unistd.h>
 
 // What the list shows of the Messages directory, and how it follows it.
 class TestListScreen : public QObject
@@ -19,6 +21,8 @@ private slots:
     void editButtonFollowsTheDirectory();
     void longTextsEndBeforeTheButtons_data();
     void longTextsEndBeforeTheButtons();
+    void aListWithoutRowsSaysWhy_data();
+    void aListWithoutRowsSaysWhy();
 
 private:
     QStringList visibleNames() const;
@@ -46,6 +50,17 @@ static bool drawsWhite(QWidget *widget, const QRect &area)
     for (int y = 0; y < image.height(); ++y)
         for (int x = 0; x < image.width(); ++x)
             if (qGray(image.pixel(x, y)) > 220)
+                return true;
+    return false;
+}
+
+// Whether grey (the quiet text of an empty list) is drawn in the area of the widget.
+static bool drawsGrey(QWidget *widget, const QRect &area)
+{
+    const QImage image = widget->grab(area).toImage();
+    for (int y = 0; y < image.height(); ++y)
+        for (int x = 0; x < image.width(); ++x)
+            if (qGray(image.pixel(x, y)) > 100 && qGray(image.pixel(x, y)) < 200)
                 return true;
     return false;
 }
@@ -159,6 +174,69 @@ void TestListScreen::longTextsEndBeforeTheButtons()
         QVERIFY(label->fontMetrics().horizontalAdvance(line->shownText()) <= label->width());
     }
     QVERIFY(cell->accessibleName().size() > cell->textLabel()->width() / 4);
+}
+
+void TestListScreen::aListWithoutRowsSaysWhy_data()
+{
+    QTest::addColumn<QString>("directory");
+    QTest::addColumn<QString>("says");
+    QTest::addColumn<QString>("logged"); // empty: nothing
+    QTest::newRow("empty") << "empty"
+                           << "No voicemails"
+                           << "";
+    QTest::newRow("not made yet") << "missing"
+                                  << "No voicemails"
+                                  << "";
+    QTest::newRow("a file in its place") << "file"
+                                         << "The voicemail folder cannot be read."
+                                         << "Not a directory";
+    // Permissions do not hold root back.
+    if (geteuid() != 0)
+        QTest::newRow("no permission") << "locked"
+                                       << "The voicemail folder cannot be read."
+                                       << "Permission denied";
+}
+
+void TestListScreen::aListWithoutRowsSaysWhy()
+{
+    QFETCH(QString, directory);
+    QFETCH(QString, says);
+    QFETCH(QString, logged);
+    const QString messages = m_screen->messages();
+    if (directory == "missing") {
+        QVERIFY(QDir(messages).removeRecursively());
+    } else if (directory == "file") {
+        QVERIFY(QDir(messages).removeRecursively());
+        QVERIFY(TestSupport::writeFile(messages, "not a folder"));
+    } else if (directory == "locked") {
+        m_screen->addRecording("TEL", "+15551234567", "15-Nov-2026-22-10-07");
+        QVERIFY(QFile::setPermissions(messages, {}));
+    }
+    const qint64 logStart = TestSupport::logSize();
+    m_screen->open();
+    QFile::setPermissions(messages, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+
+    // Said in the middle of the list, in grey, never as a black screen.
+    auto *label = m_screen->table()->findChild<QLabel *>("EmptyState");
+    QVERIFY(label && label->isVisible());
+    QVERIFY2(label->text().startsWith(says), qPrintable(label->text()));
+    const QRect list = m_screen->table()->viewport()->geometry();
+    QVERIFY(qAbs(label->geometry().center().y() - list.center().y()) < 2);
+    QVERIFY(drawsGrey(m_screen->table(), list));
+    const QString log = TestSupport::logLinesSince(logStart).join('\n');
+    if (logged.isEmpty())
+        QVERIFY(!log.contains("cannot read the Messages directory"));
+    else
+        QVERIFY2(log.contains("cannot read the Messages directory " + messages + ": " + logged),
+                 qPrintable(log));
+
+    // A recording arriving puts the list in its place.
+    if (directory == "file")
+        QVERIFY(QFile::remove(messages));
+    QDir().mkpath(messages);
+    m_screen->addRecording("TEL", "+15557654321", "16-Nov-2026-10-00-00");
+    QTRY_COMPARE(m_screen->list()->numberOfRowsInSection(0), directory == "locked" ? 2 : 1);
+    QVERIFY(!label->isVisible());
 }
 
 QTEST_MAIN(TestListScreen)
