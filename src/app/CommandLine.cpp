@@ -1,6 +1,11 @@
 #include "CommandLine.h"
 
+#include <QFile>
 #include <QRegularExpression>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace {
 
@@ -129,4 +134,14 @@ QString CommandLine::helpText()
                "  --help              show this help\n"
                "  --version           show the version\n")
         .arg(LaunchOptions::kDefaultMessagesDirectory);
+}
+
+QString CommandLine::contactsProblem(const QString &path)
+{
+    // Opened as the address book will open it: a file or a folder, for reading.
+    const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return QString::fromLocal8Bit(strerror(errno));
+    ::close(fd);
+    return QString();
 }

@@ -37,4 +37,7 @@ struct CommandLine
     // single-dash options (-platform NAME ...) are left for Qt.
     static CommandLine parse(const QStringList &arguments, const QProcessEnvironment &environment);
     static QString helpText();
+    // Why the contacts at path cannot be read (no such file, no permission), or nothing when
+    // they can. The program runs either way; it only says so.
+    static QString contactsProblem(const QString &path);
 };

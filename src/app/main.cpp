@@ -1,7 +1,9 @@
 #include "CommandLine.h"
 #include "DemoDirectory.h"
 #include "FirstFrameCapture.h"
+#include "QuitOnSignal.h"
 #include "VantrelApplication.h"
+#include "core/Log.h"
 #include "platform/Screen.h"
 
 #include <QProcessEnvironment>
@@ -31,6 +33,15 @@ int main(int argc, char *argv[])
     }
 
     LaunchOptions options = commandLine.options;
+    // Asked for by name: a path that cannot be read is worth a word, though the list still
+    // shows every caller by number.
+    QString contactsProblem;
+    if (!options.contactsPath.isEmpty()) {
+        contactsProblem = CommandLine::contactsProblem(options.contactsPath);
+        if (!contactsProblem.isEmpty())
+            std::fprintf(stderr, "vantrel: cannot read contacts %s: %s\n",
+                         qPrintable(options.contactsPath), qPrintable(contactsProblem));
+    }
     std::unique_ptr<DemoDirectory> demo;
     if (options.demo) {
         QString error;
@@ -50,6 +61,11 @@ int main(int argc, char *argv[])
         Screen::setOverrideSize(options.windowSize);
 
     VantrelApplication application(argc, argv);
+    if (!contactsProblem.isEmpty())
+        mylog(QStringLiteral("cannot read contacts %1: %2")
+                  .arg(options.contactsPath, contactsProblem));
+    // Stopped from outside, it ends as a closed window does, and takes its files with it.
+    const QuitOnSignal quitOnSignal;
     application.setMessagesDirectory(options.messagesDirectory);
     application.applicationDidFinishLaunching();
     std::unique_ptr<FirstFrameCapture> capture;

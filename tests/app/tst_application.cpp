@@ -14,6 +14,7 @@
 #include <QMetaMethod>
 #include <QProcess>
 #include <QTest>
+#include <csignal>
 
 // Listens on the session bus from a connection of its own, as the recording component would.
 class BusSpy : public QObject
@@ -71,6 +72,9 @@ private slots:
     void proximityFollowsReceiverPlayback();
     void exitsQuietly_data();
     void exitsQuietly();
+    void contactsThatCannotBeReadAreSaidOnce();
+    void stoppedFromOutsideItLeavesNoFiles_data();
+    void stoppedFromOutsideItLeavesNoFiles();
 
 private:
     static VantrelApplication *app() { return VantrelApplication::sharedApplication(); }
@@ -243,6 +247,53 @@ void TestApplication::exitsQuietly()
     QCOMPARE(QString::fromLocal8Bit(vantrel.readAllStandardError()), QString());
     QCOMPARE(vantrel.exitCode(), 0);
     QVERIFY(QImage(shot).width() > 0);
+}
+
+void TestApplication::contactsThatCannotBeReadAreSaidOnce()
+{
+    // The program still runs and draws its list; one line says what it could not read.
+    const QString missing = m_root->filePath("no such folder/contacts.vcf");
+    const qint64 logStart = TestSupport::logSize();
+    QProcess vantrel;
+    const QString shot = m_root->filePath("contacts-shot.png");
+    vantrel.start(QStringLiteral(VANTREL_EXECUTABLE),
+                  { "--messages-dir", messages(), "--contacts", missing, "--screenshot", shot });
+    QVERIFY(vantrel.waitForFinished(30000));
+    QCOMPARE(QString::fromLocal8Bit(vantrel.readAllStandardError()),
+             "vantrel: cannot read contacts " + missing + ": No such file or directory\n");
+    QCOMPARE(vantrel.exitCode(), 0);
+    QVERIFY(QImage(shot).width() > 0);
+    QVERIFY(TestSupport::logLinesSince(logStart).join('\n').contains(
+        "cannot read contacts " + missing + ": No such file or directory"));
+}
+
+void TestApplication::stoppedFromOutsideItLeavesNoFiles_data()
+{
+    QTest::addColumn<int>("signal");
+    QTest::newRow("SIGTERM, as a session's end sends it") << int(SIGTERM);
+    QTest::newRow("SIGINT, as Ctrl+C in its terminal") << int(SIGINT);
+}
+
+void TestApplication::stoppedFromOutsideItLeavesNoFiles()
+{
+    QFETCH(int, signal);
+    QTemporaryDir temporary;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("TMPDIR", temporary.path());
+    QProcess vantrel;
+    vantrel.setProcessEnvironment(environment);
+    const int shown = m_spy->visibleCount;
+    vantrel.start(QStringLiteral(VANTREL_EXECUTABLE), { "--demo" });
+    // Up once it has told the recording component that it is visible.
+    QTRY_VERIFY_WITH_TIMEOUT(m_spy->visibleCount > shown, 30000);
+    QCOMPARE(QDir(temporary.path()).entryList({ "vantrel-demo-*" }, QDir::Dirs).size(), 1);
+
+    ::kill(pid_t(vantrel.processId()), signal);
+    QVERIFY(vantrel.waitForFinished(10000));
+    QCOMPARE(vantrel.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(vantrel.exitCode(), 0);
+    QCOMPARE(QDir(temporary.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
+             QStringList());
 }
 
 // Without test function names, runs each test function in a process of its own: an
