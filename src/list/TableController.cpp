@@ -154,7 +154,9 @@ void TableController::updateEmptyState()
 
 bool TableController::eventFilter(QObject *watched, QEvent *event)
 {
-    if (_emptyStateLabel && watched == tableView()->viewport() && event->type() == QEvent::Resize)
+    // The type first: the table must not be asked while it is being destroyed, and no resize
+    // comes then.
+    if (event->type() == QEvent::Resize && _emptyStateLabel && watched == tableView()->viewport())
         _emptyStateLabel->setGeometry(tableView()->viewport()->geometry());
     return TableViewController::eventFilter(watched, event);
 }
