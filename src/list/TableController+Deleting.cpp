@@ -71,6 +71,9 @@ void TableController::deleteSelected(BarButtonItem *)
 
     if (selectedCount == rowCount || entries.isEmpty())
         setEditing(false, true);
+    // The keyboard goes on from the row that took the deleted row's place, not from the
+    // question or the button that asked it.
+    table->setFocus(Qt::OtherFocusReason);
 
     if (!removedAll) {
         auto *alert = AlertController::alertControllerWithTitle(

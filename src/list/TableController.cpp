@@ -78,6 +78,8 @@ void TableController::viewDidLoad()
     table->setAllowsMultipleSelectionDuringEditing(true);
     table->setDataSource(this);
     table->setAccessibleName(QStringLiteral("Recordings"));
+    // The list has the keyboard from the start, on its first row, as a desktop list does.
+    table->setFocus(Qt::OtherFocusReason);
 
     if (NavigationController *navigation = navigationController()) {
         navigation->toolbar()->setBarStyle(1);

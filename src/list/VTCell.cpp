@@ -6,6 +6,7 @@
 
 #include <QEvent>
 #include <QTimer>
+#include <algorithm>
 
 namespace {
 // The phone's frames, in points.
@@ -48,6 +49,9 @@ VTCell::VTCell(Style style, const QString &reuseIdentifier, TableController *tar
     m_phoneButton->setGeometry(content->width() - kPhoneButtonRightInset, kButtonTop,
                                kButtonSize.width(), kButtonSize.height());
     m_phoneButton->setAccessibleName(QStringLiteral("Call back"));
+    // The row is the Tab stop; its buttons are reached with Right and Left from it.
+    m_readButton->setFocusPolicy(Qt::NoFocus);
+    m_phoneButton->setFocusPolicy(Qt::NoFocus);
 
     if (target) {
         connect(m_readButton, &QAbstractButton::clicked, target,
@@ -112,6 +116,24 @@ bool VTCell::hasPlayer() const
     return !m_playerView->findChildren<QWidget *>(Qt::FindDirectChildrenOnly).isEmpty();
 }
 
+QList<QWidget *> VTCell::rowControls() const
+{
+    return { m_phoneButton, m_readButton };
+}
+
+QList<QWidget *> VTCell::followingControls() const
+{
+    QList<QWidget *> controls;
+    for (QWidget *child : m_playerView->findChildren<QWidget *>()) {
+        if ((child->focusPolicy() & Qt::TabFocus) && child->isVisibleTo(m_playerView))
+            controls << child;
+    }
+    std::sort(controls.begin(), controls.end(), [this](const QWidget *a, const QWidget *b) {
+        return a->mapTo(m_playerView, QPoint()).x() < b->mapTo(m_playerView, QPoint()).x();
+    });
+    return controls;
+}
+
 bool VTCell::eventFilter(QObject *watched, QEvent *event)
 {
     if (watched == m_playerView &&
@@ -121,6 +143,7 @@ bool VTCell::eventFilter(QObject *watched, QEvent *event)
         QTimer::singleShot(0, this, [this] {
             m_layoutPending = false;
             layoutSubviews();
+            emit controlsChanged();
         });
     }
     return TableViewCell::eventFilter(watched, event);

@@ -58,6 +58,10 @@ public:
     bool canBeEvicted() const override { return !hasPlayer(); }
 
     void layoutSubviews() override;
+    // Call back, then the transcript's button, when shown.
+    QList<QWidget *> rowControls() const override;
+    // The player's controls while this row holds them, left to right: play first.
+    QList<QWidget *> followingControls() const override;
 
     static constexpr QSize kButtonSize { 33, 29 };
 

@@ -1,10 +1,12 @@
 #include "AlertController.h"
 
+#include <QApplication>
 #include <QBoxLayout>
 #include <QKeyEvent>
 #include <QLabel>
 #include <QPainter>
 #include <QPushButton>
+#include <algorithm>
 
 namespace {
 constexpr int kAlertWidth = 270;
@@ -150,6 +152,7 @@ QPushButton *AlertController::buttonForAction(const QString &title) const
 void AlertController::presentIn(QWidget *over, bool)
 {
     QWidget *window = over->window();
+    m_returnFocus = QApplication::focusWidget();
     setParent(window);
     build();
     window->installEventFilter(this);
@@ -158,8 +161,27 @@ void AlertController::presentIn(QWidget *over, bool)
     show();
     raise();
     setFocus(Qt::OtherFocusReason);
-    if (!m_buttons.isEmpty())
-        m_buttons.first()->setFocus(Qt::OtherFocusReason);
+    // A question that destroys something waits on Cancel: Enter or Space alone never
+    // answers it, the destructive action has to be chosen. Others offer their first action.
+    const int focused = hasDestructiveAction() ? cancelIndex() : 0;
+    if (focused >= 0 && focused < m_buttons.size())
+        m_buttons.at(focused)->setFocus(Qt::OtherFocusReason);
+}
+
+int AlertController::cancelIndex() const
+{
+    for (int i = 0; i < m_actions.size(); ++i) {
+        if (m_actions[i].style() == AlertAction::Style::Cancel)
+            return i;
+    }
+    return -1;
+}
+
+bool AlertController::hasDestructiveAction() const
+{
+    return std::any_of(m_actions.cbegin(), m_actions.cend(), [](const AlertAction &action) {
+        return action.style() == AlertAction::Style::Destructive;
+    });
 }
 
 void AlertController::placePanel()
@@ -196,6 +218,9 @@ void AlertController::dismiss(bool)
     if (parentWidget())
         parentWidget()->removeEventFilter(this);
     hide();
+    // The keyboard goes back to where it was when the question came.
+    if (m_returnFocus && m_returnFocus->isVisible())
+        m_returnFocus->setFocus(Qt::OtherFocusReason);
     emit dismissed();
     close(); // deletes the sheet once control returns to the event loop
 }
@@ -211,6 +236,20 @@ void AlertController::choose(int index)
         action.handler()(action);
 }
 
+bool AlertController::focusNextPrevChild(bool next)
+{
+    // Tab goes round the sheet's own buttons: nothing under the sheet can be reached.
+    const int count = int(m_buttons.size());
+    if (count == 0)
+        return true;
+    int at = 0;
+    while (at < count && !m_buttons[at]->hasFocus())
+        ++at;
+    const int to = at == count ? 0 : (at + (next ? 1 : count - 1)) % count;
+    m_buttons[to]->setFocus(next ? Qt::TabFocusReason : Qt::BacktabFocusReason);
+    return true;
+}
+
 bool AlertController::eventFilter(QObject *watched, QEvent *event)
 {
     if (watched == parentWidget() && event->type() == QEvent::Resize) {
@@ -222,19 +261,17 @@ bool AlertController::eventFilter(QObject *watched, QEvent *event)
 
 void AlertController::keyPressEvent(QKeyEvent *event)
 {
-    if (event->key() == Qt::Key_Escape) {
-        for (int i = 0; i < m_actions.size(); ++i) {
-            if (m_actions[i].style() == AlertAction::Style::Cancel)
-                return choose(i);
-        }
-        return;
-    }
+    if (event->key() == Qt::Key_Escape)
+        return choose(cancelIndex());
     if (event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter) {
-        // The focused button if there is one, else the first action that is not Cancel.
+        // The focused button if there is one; else Cancel where the question destroys
+        // something, and the first other action where it only asks.
         for (int i = 0; i < m_buttons.size(); ++i) {
             if (m_buttons[i]->hasFocus())
                 return choose(i);
         }
+        if (hasDestructiveAction())
+            return choose(cancelIndex());
         for (int i = 0; i < m_actions.size(); ++i) {
             if (m_actions[i].style() != AlertAction::Style::Cancel)
                 return choose(i);
@@ -248,12 +285,8 @@ void AlertController::mousePressEvent(QMouseEvent *event)
 {
     // A tap beside an action sheet cancels it; an alert waits for an answer.
     if (m_style == Style::ActionSheet &&
-        !m_panel->geometry().contains(event->position().toPoint())) {
-        for (int i = 0; i < m_actions.size(); ++i) {
-            if (m_actions[i].style() == AlertAction::Style::Cancel)
-                return choose(i);
-        }
-    }
+        !m_panel->geometry().contains(event->position().toPoint()))
+        choose(cancelIndex());
     event->accept();
 }
 

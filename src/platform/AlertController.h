@@ -41,8 +41,10 @@ private:
 // A modal sheet inside the window: it dims the screen and shows a title, a message and its
 // actions. An alert sits in the middle; an action sheet rises from the bottom, or on a
 // pad-sized window (768 points or wider) is shown as a popover next to the rectangle it
-// was opened from. Escape chooses the cancel action, Enter the first other one. Choosing
-// an action closes the sheet and then runs its handler.
+// was opened from. Escape chooses the cancel action. Enter chooses the focused button: the
+// first action when the sheet opens, or Cancel where an action is destructive, so that such
+// an action is only ever chosen on purpose. Choosing an action closes the sheet and then runs
+// its handler.
 class AlertController : public QWidget
 {
     Q_OBJECT
@@ -86,6 +88,7 @@ signals:
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
     void keyPressEvent(QKeyEvent *event) override;
+    bool focusNextPrevChild(bool next) override;
     void paintEvent(QPaintEvent *event) override;
     void mousePressEvent(QMouseEvent *event) override;
 
@@ -94,6 +97,8 @@ private:
     void build();
     void placePanel();
     void choose(int index);
+    int cancelIndex() const;
+    bool hasDestructiveAction() const;
 
     QString m_title;
     QString m_message;
@@ -104,5 +109,6 @@ private:
     QLabel *m_titleLabel { nullptr };
     QLabel *m_messageLabel { nullptr };
     QList<QPushButton *> m_buttons;
+    QPointer<QWidget> m_returnFocus;
     bool m_done { false };
 };

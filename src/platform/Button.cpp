@@ -2,6 +2,7 @@
 
 #include "Images.h"
 
+#include <QKeyEvent>
 #include <QPainter>
 
 Button::Button(QWidget *parent) : QAbstractButton(parent)
@@ -46,8 +47,40 @@ void Button::paintEvent(QPaintEvent *)
     if (!name.isEmpty())
         Images::imageNamed(name).paint(&painter, target);
     if (hasFocus()) {
-        painter.setOpacity(0.7);
-        painter.setPen(QPen(Qt::white, 1, Qt::DotLine));
-        painter.drawRoundedRect(QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5), 4, 4);
+        painter.setOpacity(1.0);
+        drawFocusRing(&painter, rect());
     }
+}
+
+void Button::keyPressEvent(QKeyEvent *event)
+{
+    switch (event->key()) {
+    case Qt::Key_Return:
+    case Qt::Key_Enter:
+        // Enter presses a focused button, as in GTK and Qt dialogs.
+        event->accept();
+        animateClick();
+        return;
+    case Qt::Key_Left:
+    case Qt::Key_Right:
+    case Qt::Key_Up:
+    case Qt::Key_Down:
+        // The arrows belong to what holds the button (a list's row moves focus among its own
+        // buttons), not to Qt's walk along the whole window's focus chain.
+        event->ignore();
+        return;
+    default:
+        QAbstractButton::keyPressEvent(event);
+    }
+}
+
+void drawFocusRing(QPainter *painter, const QRectF &around, double radius)
+{
+    painter->save();
+    painter->setRenderHint(QPainter::Antialiasing);
+    painter->setBrush(Qt::NoBrush);
+    painter->setPen(QPen(kFocusRingColor, kFocusRingWidth));
+    const double inset = kFocusRingWidth / 2;
+    painter->drawRoundedRect(around.adjusted(inset, inset, -inset, -inset), radius, radius);
+    painter->restore();
 }

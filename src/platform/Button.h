@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QAbstractButton>
+#include <QColor>
 #include <QHash>
 #include <QMargins>
 #include <QString>
@@ -39,6 +40,7 @@ signals:
     void selectedChanged(bool selected);
 
 protected:
+    void keyPressEvent(QKeyEvent *event) override;
     void paintEvent(QPaintEvent *event) override;
 
 private:
@@ -46,6 +48,12 @@ private:
     QHash<State, QString> m_images;
     QMargins m_imageInsets;
 };
+
+// Where the keyboard is: a solid ring in the accent colour, drawn inside around, as the
+// desktop draws a focused control (never a dotted rectangle).
+inline const QColor kFocusRingColor { 53, 132, 228 };
+constexpr double kFocusRingWidth = 2;
+void drawFocusRing(QPainter *painter, const QRectF &around, double radius = 6);
 
 inline size_t qHash(Button::State state, size_t seed = 0)
 {

@@ -3,7 +3,7 @@
 #include "Accessibility.h"
 #include "TableViewCell.h"
 
-#include <QCoreApplication>
+#include <QApplication>
 #include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPainter>
@@ -67,6 +67,9 @@ TableView::TableView(QWidget *parent)
                                QVariant::fromValue(QScrollerProperties::OvershootWhenScrollable));
     m_scroller->setScrollerProperties(properties);
     connect(m_scroller, &QScroller::stateChanged, this, &TableView::scrollerStateChanged);
+
+    connect(qApp, &QApplication::focusChanged, this,
+            [this](QWidget *, QWidget *now) { focusChanged(now); });
 
     m_heightAnimation->setDuration(kHeightAnimationMs);
     // Starts quickly, so that a tapped row moves in the very next frame, and settles softly.
@@ -208,8 +211,13 @@ void TableView::deleteRowsAtIndexPaths(const QList<IndexPath> &indexPaths)
     m_heights = heights;
     m_fromHeights = heights;
     m_toHeights = heights;
-    if (m_focusedRow >= 0)
-        m_focusedRow = m_rowCount == 0 ? -1 : qMin(qMax(newRow(m_focusedRow), 0), m_rowCount - 1);
+    // A focused row that went leaves the focus to the row that took its place.
+    if (m_focusedRow >= 0) {
+        const int below = int(std::lower_bound(gone.cbegin(), gone.cend(), m_focusedRow) -
+                              gone.cbegin());
+        m_focusedRow = m_rowCount == 0 ? -1 : qMin(m_focusedRow - below, m_rowCount - 1);
+    }
+    updateFocusRing();
     recomputeOffsets();
     updateScrollRange();
     if (m_rowCount == 0)
@@ -289,6 +297,8 @@ void TableView::layoutCells()
             if (cell->parentWidget() != viewport())
                 cell->setParent(viewport());
             m_visibleCells.insert(row, cell);
+            connect(cell, &TableViewCell::controlsChanged, this, &TableView::arrangeTabOrder,
+                    Qt::UniqueConnection);
             cell->setSelected(m_selectedRows.contains(row));
             cell->setShowsSelectionMark(showsSelectionMarks());
             cell->setKeyboardFocused(row == m_focusedRow && hasFocus() && m_keyboardInUse);
@@ -531,15 +541,79 @@ bool TableView::viewportEvent(QEvent *event)
 
 void TableView::setFocusedRow(int row)
 {
-    row = m_rowCount == 0 ? -1 : qBound(0, row, m_rowCount - 1);
-    if (TableViewCell *old = m_visibleCells.value(m_focusedRow))
-        old->setKeyboardFocused(false);
-    m_focusedRow = row;
-    if (row < 0)
+    m_focusedRow = m_rowCount == 0 ? -1 : qBound(0, row, m_rowCount - 1);
+    if (m_focusedRow >= 0)
+        scrollToRowAtIndexPath({ 0, m_focusedRow });
+    updateFocusRing();
+}
+
+void TableView::updateFocusRing()
+{
+    const bool shown = hasFocus() && m_keyboardInUse;
+    for (auto it = m_visibleCells.cbegin(); it != m_visibleCells.cend(); ++it)
+        it.value()->setKeyboardFocused(shown && it.key() == m_focusedRow);
+}
+
+int TableView::rowHolding(const QWidget *widget) const
+{
+    for (auto it = m_visibleCells.cbegin(); it != m_visibleCells.cend(); ++it) {
+        if (it.value()->isAncestorOf(widget))
+            return it.key();
+    }
+    return -1;
+}
+
+void TableView::focusChanged(QWidget *now)
+{
+    // A row's button or player control that takes the focus (by Tab, say) makes its row the
+    // focused one, so that Up and Down go on from there.
+    if (!now || now == this || !isAncestorOf(now))
         return;
-    scrollToRowAtIndexPath({ 0, row });
-    if (TableViewCell *cell = m_visibleCells.value(row))
-        cell->setKeyboardFocused(hasFocus() && m_keyboardInUse);
+    if (const int row = rowHolding(now); row >= 0 && row != m_focusedRow) {
+        m_focusedRow = row;
+        scrollToRowAtIndexPath({ 0, row });
+    }
+    updateFocusRing();
+}
+
+void TableView::arrangeTabOrder()
+{
+    QWidget *previous = this;
+    for (TableViewCell *cell : std::as_const(m_visibleCells)) {
+        for (QWidget *control : cell->followingControls()) {
+            setTabOrder(previous, control);
+            previous = control;
+        }
+    }
+}
+
+bool TableView::focusNextPrevChild(bool next)
+{
+    // Tab from one of a row's own buttons goes on as from its row: to what follows the table.
+    QWidget *focus = QApplication::focusWidget();
+    if (focus && focus != this && isAncestorOf(focus) && focus->focusPolicy() == Qt::NoFocus)
+        setFocus(Qt::OtherFocusReason);
+    return QAbstractScrollArea::focusNextPrevChild(next);
+}
+
+bool TableView::moveAmongRowControls(int step)
+{
+    const TableViewCell *cell = m_visibleCells.value(m_focusedRow);
+    if (!cell)
+        return false;
+    QList<QWidget *> stops { this };
+    for (QWidget *control : cell->rowControls()) {
+        if (control->isVisible() && control->isEnabled())
+            stops << control;
+    }
+    const int at = stops.indexOf(QApplication::focusWidget());
+    if (at < 0)
+        return false; // a control after the row (the scrub bar) keeps its own arrows
+    const int to = at + step;
+    if (to < 0 || to >= stops.size())
+        return true;
+    stops.at(to)->setFocus(step > 0 ? Qt::TabFocusReason : Qt::BacktabFocusReason);
+    return true;
 }
 
 void TableView::scrollToRowAtIndexPath(const IndexPath &indexPath)
@@ -623,8 +697,7 @@ void TableView::mousePressEvent(QMouseEvent *event)
         return;
     if (m_keyboardInUse) {
         m_keyboardInUse = false;
-        if (TableViewCell *cell = m_visibleCells.value(m_focusedRow))
-            cell->setKeyboardFocused(false);
+        updateFocusRing();
     }
     // A press that reaches the list while it moves (the scroller lets one through when its
     // speed has just reached zero) stops it and is not a tap either.
@@ -703,6 +776,39 @@ void TableView::keyPressEvent(QKeyEvent *event)
 {
     m_keyboardInUse = true;
     const int page = qMax(1, viewport()->height() / 54);
+    // Keys that a row's control let through (it reached the table from inside a cell): the
+    // arrows walk the row's buttons or move to another row, which takes the focus back.
+    const bool fromControl = !hasFocus();
+    switch (event->key()) {
+    case Qt::Key_Left:
+    case Qt::Key_Right:
+        if (!moveAmongRowControls(event->key() == Qt::Key_Right ? 1 : -1))
+            event->ignore();
+        return;
+    case Qt::Key_Up:
+    case Qt::Key_Down:
+    case Qt::Key_PageUp:
+    case Qt::Key_PageDown:
+    case Qt::Key_Home:
+    case Qt::Key_End:
+    case Qt::Key_Delete:
+    case Qt::Key_Backspace:
+    case Qt::Key_Escape:
+        if (fromControl)
+            setFocus(Qt::OtherFocusReason);
+        break;
+    case Qt::Key_Return:
+    case Qt::Key_Enter:
+    case Qt::Key_Space:
+        // A control that did not take these (the scrub bar) does not open or close its row.
+        if (fromControl) {
+            event->ignore();
+            return;
+        }
+        break;
+    default:
+        break;
+    }
     switch (event->key()) {
     case Qt::Key_Down:
         setFocusedRow(m_focusedRow + 1);
@@ -757,13 +863,13 @@ void TableView::focusInEvent(QFocusEvent *event)
     QAbstractScrollArea::focusInEvent(event);
     if (m_focusedRow < 0 && m_rowCount > 0)
         m_focusedRow = 0;
-    if (TableViewCell *cell = m_visibleCells.value(m_focusedRow))
-        cell->setKeyboardFocused(m_keyboardInUse);
+    if (event->reason() == Qt::TabFocusReason || event->reason() == Qt::BacktabFocusReason)
+        m_keyboardInUse = true;
+    updateFocusRing();
 }
 
 void TableView::focusOutEvent(QFocusEvent *event)
 {
     QAbstractScrollArea::focusOutEvent(event);
-    if (TableViewCell *cell = m_visibleCells.value(m_focusedRow))
-        cell->setKeyboardFocused(false);
+    updateFocusRing();
 }

@@ -56,9 +56,14 @@ public:
 // A tap selects a row; dragging scrolls, and a flick keeps scrolling and slows down (a
 // QScroller on the viewport, fed by the mouse and by the mouse events Qt makes of touches);
 // a row that can be edited slides left under a horizontal drag (or the Delete key) to show
-// Delete. A press that moves further than a tap may is never a tap. Keys: Up and Down move
-// the focused row, Enter or Space taps it, Escape closes a revealed Delete or else taps the
-// selected row once more (which closes an open row) and leaves it deselected.
+// Delete. A press that moves further than a tap may is never a tap.
+//
+// The keyboard works as in desktop lists. The table is one Tab stop, on its focused row,
+// outlined with a focus ring: Up and Down move the focused row, Enter or Space taps it,
+// Escape closes a revealed Delete or else taps the selected row once more (which closes an
+// open row) and leaves it deselected. Right and Left walk the focused row's own buttons
+// (never Tab stops themselves); the controls a row puts after itself (an open row's player)
+// follow the table in the Tab order.
 //
 // A cell whose row is selected, or that says it cannot be evicted, stays in the reuse queue
 // past its limit and is handed back only to its own row.
@@ -149,6 +154,7 @@ protected:
     void focusInEvent(QFocusEvent *event) override;
     void focusOutEvent(QFocusEvent *event) override;
     bool viewportEvent(QEvent *event) override;
+    bool focusNextPrevChild(bool next) override;
 
 private:
     void recomputeOffsets();
@@ -162,6 +168,15 @@ private:
     void setSwipeOffset(int row, int offset);
     void scrollerStateChanged(QScroller::State state);
     void dragTo(const QPoint &position);
+    // Outlines the focused row while the table itself has the keyboard's focus.
+    void updateFocusRing();
+    // Puts the controls that rows place after themselves right after the table in the Tab order.
+    void arrangeTabOrder();
+    // The row of the on-screen cell that holds widget, or -1.
+    int rowHolding(const QWidget *widget) const;
+    // Right (+1) or Left (-1) from the focus, among the focused row and its own buttons.
+    bool moveAmongRowControls(int step);
+    void focusChanged(QWidget *now);
 
     TableViewDataSource *m_dataSource { nullptr };
     TableViewDelegate *m_delegate { nullptr };
@@ -199,8 +214,8 @@ private:
     QScroller *m_scroller;             // owned by Qt, destroyed with the viewport
     QPointer<QWidget> m_pressedWidget; // what the press the scroller saw last went to
     int m_focusedRow { -1 };
-    // The focused row is outlined only once the keyboard is in use, not after a tap.
-    bool m_keyboardInUse { false };
+    // The focused row is outlined until a tap, and again once the keyboard is used.
+    bool m_keyboardInUse { true };
     int m_deleteRow { -1 };
     QPushButton *m_deleteButton;
     QColor m_backgroundColor { Qt::transparent };

@@ -1,5 +1,6 @@
 #include "TableViewCell.h"
 
+#include "Button.h"
 #include "Label.h"
 
 #include <QPainter>
@@ -148,8 +149,6 @@ void TableViewCell::paintEvent(QPaintEvent *)
             painter.drawEllipse(mark.adjusted(0.75, 0.75, -0.75, -0.75));
         }
     }
-    if (m_keyboardFocused) {
-        painter.setPen(QPen(QColor(10, 132, 255), 2));
-        painter.drawRect(QRectF(rect()).adjusted(1, 1, -1, -1));
-    }
+    if (m_keyboardFocused)
+        drawFocusRing(&painter, QRectF(rect()).adjusted(2, 1, -2, -1));
 }

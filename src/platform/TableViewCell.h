@@ -67,6 +67,17 @@ public:
     // to that row.
     virtual bool canBeEvicted() const { return true; }
 
+    // The row's own buttons, left to right, that Left and Right reach while the row has the
+    // keyboard; they are never Tab stops of their own. Only those shown count.
+    virtual QList<QWidget *> rowControls() const { return {}; }
+    // Controls that come right after the row in the Tab order (an open row's player), first
+    // to last. Only those shown count.
+    virtual QList<QWidget *> followingControls() const { return {}; }
+
+signals:
+    // The row's controls came or went; the table puts them in their place in the Tab order.
+    void controlsChanged();
+
 protected:
     void resizeEvent(QResizeEvent *event) override;
     void paintEvent(QPaintEvent *event) override;

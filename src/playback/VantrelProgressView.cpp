@@ -5,7 +5,9 @@
 #include "platform/Label.h"
 #include "platform/View.h"
 
+#include <QAccessibleWidget>
 #include <QKeyEvent>
+#include <QMouseEvent>
 #include <QPainter>
 #include <QPointer>
 #include <QTimer>
@@ -47,6 +49,41 @@ enum PanDirection
     Right = 4
 };
 PanDirection s_panDirection = None;
+
+// What a screen reader meets: a slider over the recording's seconds, whose value it can set.
+class SliderInterface : public QAccessibleWidget, public QAccessibleValueInterface
+{
+public:
+    explicit SliderInterface(VantrelProgressView *bar) : QAccessibleWidget(bar, QAccessible::Slider)
+    {}
+    void *interface_cast(QAccessible::InterfaceType type) override
+    {
+        if (type == QAccessible::ValueInterface)
+            return static_cast<QAccessibleValueInterface *>(this);
+        return QAccessibleWidget::interface_cast(type);
+    }
+    QString text(QAccessible::Text kind) const override
+    {
+        if (kind == QAccessible::Value)
+            return bar()->elapsedText();
+        return QAccessibleWidget::text(kind);
+    }
+    QVariant currentValue() const override { return bar()->currentTime(); }
+    void setCurrentValue(const QVariant &value) override { bar()->scrubTo(value.toDouble()); }
+    QVariant maximumValue() const override { return bar()->totalDuration(); }
+    QVariant minimumValue() const override { return 0.0; }
+    QVariant minimumStepSize() const override { return VantrelProgressView::kKeyStep; }
+
+private:
+    VantrelProgressView *bar() const { return static_cast<VantrelProgressView *>(widget()); }
+};
+
+QAccessibleInterface *sliderFactory(const QString &, QObject *object)
+{
+    if (auto *bar = qobject_cast<VantrelProgressView *>(object))
+        return new SliderInterface(bar);
+    return nullptr;
+}
 
 int pixel(double value)
 {
@@ -146,6 +183,11 @@ private:
 VantrelProgressView::VantrelProgressView(const QRectF &frame, QWidget *parent)
     : QWidget(parent), m_frame(frame)
 {
+    static const bool sliderAccessible = [] {
+        QAccessible::installFactory(sliderFactory);
+        return true;
+    }();
+    Q_UNUSED(sliderAccessible);
     setGeometry(pixels(frame));
     setFocusPolicy(Qt::StrongFocus);
     const double width = frame.width();
@@ -179,6 +221,8 @@ VantrelProgressView::VantrelProgressView(const QRectF &frame, QWidget *parent)
 
     m_pan = new PanGestureRecognizer(middle);
     connect(m_pan, &PanGestureRecognizer::action, this, &VantrelProgressView::panned);
+    // After the pan's own: a click or tap that never became a pan seeks to where it landed.
+    middle->installEventFilter(this);
 
     rightLabel = new Label(this);
     rightLabel->setObjectName(QStringLiteral("rightLabel"));
@@ -219,12 +263,22 @@ void VantrelProgressView::setTotalDuration(double seconds)
 
 void VantrelProgressView::setCurrentTime(double seconds)
 {
+    const bool changed = _currentTime != seconds;
     _currentTime = seconds;
+    if (changed && QAccessible::isActive()) {
+        QAccessibleValueChangeEvent valueChange(this, seconds);
+        QAccessible::updateAccessibility(&valueChange);
+    }
     // This tests the total where setTotalDuration tests the position; both are relied on.
     placeKnob(_totalDuration == 0 ? knob->frame().width() * 0.5
                                   : m_middleFrame.width() * (_currentTime / _totalDuration));
     setTexts(TimeText::elapsed(_currentTime, _totalDuration),
              TimeText::remaining(_currentTime, _totalDuration));
+}
+
+QString VantrelProgressView::elapsedText() const
+{
+    return leftLabel->text();
 }
 
 void VantrelProgressView::setShowTimeLabels(bool show)
@@ -339,16 +393,44 @@ bool VantrelProgressView::event(QEvent *event)
 
 void VantrelProgressView::keyPressEvent(QKeyEvent *event)
 {
-    const int sign = event->key() == Qt::Key_Left ? -1 : event->key() == Qt::Key_Right ? 1 : 0;
-    if (sign == 0 || (event->modifiers() & ~Qt::KeypadModifier)) {
+    // The keys of a slider: Page Up adds, as on a horizontal slider.
+    double target = qQNaN();
+    switch (event->key()) {
+    case Qt::Key_Left:
+        target = _currentTime - kKeyStep;
+        break;
+    case Qt::Key_Right:
+        target = _currentTime + kKeyStep;
+        break;
+    case Qt::Key_PageDown:
+        target = _currentTime - kPageStep;
+        break;
+    case Qt::Key_PageUp:
+        target = _currentTime + kPageStep;
+        break;
+    case Qt::Key_Home:
+        target = 0;
+        break;
+    case Qt::Key_End:
+        target = _totalDuration;
+        break;
+    default:
+        break;
+    }
+    if (std::isnan(target) || (event->modifiers() & ~Qt::KeypadModifier)) {
         QWidget::keyPressEvent(event);
         return;
     }
     event->accept();
+    scrubTo(target);
+}
+
+void VantrelProgressView::scrubTo(double seconds)
+{
     if (!(_totalDuration > 0))
         return;
-    // One key press is a whole scrub, as a slider's step is: begin, seek at once, end.
-    const double t = std::clamp(_currentTime + sign * kKeyStep, 0.0, _totalDuration);
+    // One step is a whole scrub, as a slider's is: begin, seek at once, end.
+    const double t = std::clamp(seconds, 0.0, _totalDuration);
     if (_delegate)
         _delegate->progressViewDidBeginScrubbing(this);
     setCurrentTime(t);
@@ -356,6 +438,33 @@ void VantrelProgressView::keyPressEvent(QKeyEvent *event)
         _delegate->progressViewDidScrubToCurrentTime(this, t);
         _delegate->progressViewDidEndScrubbing(this);
     }
+}
+
+bool VantrelProgressView::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched != middle)
+        return QWidget::eventFilter(watched, event);
+    const auto type = event->type();
+    const bool press = type == QEvent::MouseButtonPress || type == QEvent::TouchBegin;
+    const bool release = type == QEvent::MouseButtonRelease || type == QEvent::TouchEnd;
+    if (type == QEvent::TouchCancel)
+        m_clickStart = QPointF(qQNaN(), qQNaN());
+    if (!press && !release)
+        return QWidget::eventFilter(watched, event);
+    auto *pointer = static_cast<QPointerEvent *>(event);
+    if (pointer->pointCount() == 0)
+        return QWidget::eventFilter(watched, event);
+    const QPointF at = pointer->point(0).position();
+    if (press) {
+        m_clickStart = at;
+    } else if (!std::isnan(m_clickStart.x())) {
+        const QPointF moved = at - std::exchange(m_clickStart, QPointF(qQNaN(), qQNaN()));
+        // Further than this the press became a pan, which seeks for itself.
+        if (std::hypot(moved.x(), moved.y()) < PanGestureRecognizer::kHysteresis &&
+            m_middleFrame.width() > 0)
+            scrubTo(at.x() / m_middleFrame.width() * _totalDuration);
+    }
+    return QWidget::eventFilter(watched, event);
 }
 
 void VantrelProgressView::paintEvent(QPaintEvent *)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QPointF>
 #include <QRectF>
 #include <QWidget>
 
@@ -19,8 +20,10 @@ public:
 
 // The inline player's scrub bar: elapsed time on the left, remaining time on the right and
 // between them a track with a knob at the current position. Dragging anywhere on the track
-// (mouse or touch) seeks; so do Left and Right, by five seconds. Frames are in points with
-// fractions, as the player places them; the widget's own geometry is their rounding.
+// (mouse or touch) seeks, and so does a click on it; so do the keys of a slider: Left and
+// Right by five seconds, Page Down and Page Up by thirty, Home and End to either end. Screen
+// readers meet a slider over the recording's seconds. Frames are in points with fractions,
+// as the player places them; the widget's own geometry is their rounding.
 class VantrelProgressView : public QWidget
 {
     Q_OBJECT
@@ -32,6 +35,9 @@ public:
     void setTotalDuration(double seconds);
     double currentTime() const { return _currentTime; }
     void setCurrentTime(double seconds);
+
+    // The elapsed time as the bar shows it.
+    QString elapsedText() const;
 
     bool showTimeLabels() const { return _showTimeLabels; }
     // Applied at the next layout.
@@ -47,11 +53,17 @@ public:
     void panned(PanGestureRecognizer *recognizer);
     void dragged(PanGestureRecognizer *recognizer);
 
-    // How far one press of Left or Right moves, in seconds.
+    // A whole scrub to seconds (held inside the recording) at once: begin, seek, end, as one
+    // key press or click does. Nothing happens before a recording is loaded.
+    void scrubTo(double seconds);
+
+    // How far one press of Left or Right moves, in seconds; Page Up and Page Down further.
     static constexpr double kKeyStep = 5;
+    static constexpr double kPageStep = 30;
 
 protected:
     bool event(QEvent *event) override;
+    bool eventFilter(QObject *watched, QEvent *event) override;
     void keyPressEvent(QKeyEvent *event) override;
     void paintEvent(QPaintEvent *event) override;
 
@@ -77,4 +89,5 @@ private:
     // The subviews' frames in points: the bar's in the bar, the line's in the track.
     QRectF m_leftFrame, m_rightFrame, m_middleFrame, m_lineFrame;
     PanGestureRecognizer *m_pan = nullptr;
+    QPointF m_clickStart { qQNaN(), qQNaN() }; // a press on the track, until its release
 };

@@ -5,6 +5,7 @@
 #include "platform/NavigationBar.h"
 #include "platform/Toolbar.h"
 
+#include <QApplication>
 #include <QDir>
 #include <QDirIterator>
 #include <QPushButton>
@@ -26,6 +27,8 @@ private slots:
     void arrivalDuringQuestionDeletesOnlyChoice();
     void swipeAndDeleteKey_data();
     void swipeAndDeleteKey();
+    void deletingTakesADeliberateChoice_data();
+    void deletingTakesADeliberateChoice();
 
 private:
     QStringList onDisk() const
@@ -277,6 +280,50 @@ void TestDeleting::swipeAndDeleteKey()
     QCOMPARE(onDisk().size(), 4 + 2);
     QCOMPARE(table->numberOfRowsInSection(0), 4);
     QCOMPARE(m_screen->list()->entryList().at(0).filename, m_names[1]);
+}
+
+void TestDeleting::deletingTakesADeliberateChoice_data()
+{
+    QTest::addColumn<QList<int>>("keys"); // pressed where the keyboard's focus is
+    QTest::addColumn<bool>("deletes");
+    QTest::newRow("Enter") << QList<int> { Qt::Key_Return } << false;
+    QTest::newRow("keypad Enter") << QList<int> { Qt::Key_Enter } << false;
+    QTest::newRow("Space") << QList<int> { Qt::Key_Space } << false;
+    QTest::newRow("Escape") << QList<int> { Qt::Key_Escape } << false;
+    QTest::newRow("Tab to Delete, Enter") << QList<int> { Qt::Key_Tab, Qt::Key_Return } << true;
+    QTest::newRow("Shift+Tab to Delete, Space") << QList<int> { Qt::Key_Backtab, Qt::Key_Space }
+                                                << true;
+}
+
+void TestDeleting::deletingTakesADeliberateChoice()
+{
+    QFETCH(QList<int>, keys);
+    QFETCH(bool, deletes);
+    m_screen->open();
+    QVERIFY(QTest::qWaitForWindowActive(m_screen->window()));
+    // Rows chosen with the keyboard, from the first row that has it at the start.
+    TableView *table = m_screen->table();
+    QCOMPARE(QApplication::focusWidget(), table);
+    press("Edit");
+    for (const Qt::Key key : { Qt::Key_Down, Qt::Key_Space, Qt::Key_Down, Qt::Key_Space })
+        QTest::keyClick(table, key);
+    press("Delete");
+    QVERIFY(alert());
+    QCOMPARE(QApplication::focusWidget(), alert()->buttonForAction("Cancel"));
+    for (const int key : keys)
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key(key));
+    QTRY_VERIFY(!alert());
+    QCOMPARE(onDisk().filter(".caf").size(), deletes ? 3 : 5);
+    if (!deletes) {
+        QCOMPARE(m_screen->table()->indexPathsForSelectedRows().size(), 2);
+        return;
+    }
+    // The keyboard goes on from the row that took the last deleted row's place.
+    QCOMPARE(QApplication::focusWidget(), table);
+    QCOMPARE(m_screen->list()->entryList().at(1).filename, m_names[3]);
+    QTRY_VERIFY(m_screen->cell(1) && m_screen->cell(1)->isKeyboardFocused());
+    for (int row = 0; row < 3; ++row)
+        QCOMPARE(m_screen->cell(row)->isKeyboardFocused(), row == 1);
 }
 
 QTEST_MAIN(TestDeleting)

@@ -3,8 +3,10 @@
 #include "platform/AlertController.h"
 #include "platform/NavigationBar.h"
 #include "platform/NavigationController.h"
+#include "playback/VantrelPlayer.h"
 
 #include <QAccessible>
+#include <QApplication>
 #include <QDBusConnection>
 #include <QDir>
 #include <QPushButton>
@@ -21,6 +23,7 @@ private slots:
     void cleanup() { m_screen.reset(); }
     void tapsOpenSwitchAndCloseRows();
     void keyboardOpensAndClosesRows();
+    void keyboardReachesEachControlOnce();
     void readingTranscripts_data();
     void readingTranscripts();
     void dialing_data();
@@ -134,6 +137,89 @@ void TestRows::keyboardOpensAndClosesRows()
         QTest::keyClick(table, Qt::Key_Escape);
         QVERIFY(m_screen->waitForHeights({ 54, 54, 54 }));
     }
+}
+
+namespace {
+// Whether the keyboard's ring is drawn around widget: its colour on the left edge.
+bool ringDrawn(QWidget *widget)
+{
+    const QImage image = widget->grab().toImage();
+    for (int x = 0; x < 5; ++x) {
+        const QColor seen = image.pixelColor(int(x * image.devicePixelRatio()), image.height() / 2);
+        if (std::abs(seen.red() - kFocusRingColor.red()) < 24 &&
+            std::abs(seen.green() - kFocusRingColor.green()) < 24 &&
+            std::abs(seen.blue() - kFocusRingColor.blue()) < 24)
+            return true;
+    }
+    return false;
+}
+} // namespace
+
+void TestRows::keyboardReachesEachControlOnce()
+{
+    // The first row's recording can be played: its player shows its controls.
+    const QString name = TestSupport::recordingName("TEL", "+15551234567", "15-Nov-2026-22-10-07");
+    QVERIFY(QFile::remove(m_screen->messages() + '/' + name));
+    QVERIFY(QFile::copy(TestSupport::samplesDirectory() + '/' + name,
+                        m_screen->messages() + '/' + name));
+    m_screen->open();
+    QVERIFY(QTest::qWaitForWindowActive(m_screen->window()));
+    TableView *table = m_screen->table();
+    const auto focus = [] { return QApplication::focusWidget(); };
+    // At the start the first row has the keyboard, and shows it.
+    QCOMPARE(focus(), table);
+    QVERIFY(ringDrawn(m_screen->cell(0)));
+    QVERIFY(!ringDrawn(m_screen->cell(1)));
+
+    // Right and Left walk the focused row's own buttons, only those shown; Up and Down move
+    // between rows from anywhere in a row.
+    VTCell *first = m_screen->cell(0);
+    VTCell *last = m_screen->cell(2); // a private caller: no call-back, no transcript
+    const QList<std::pair<Qt::Key, QWidget *>> walk = {
+        { Qt::Key_Right, first->phoneButton() }, { Qt::Key_Right, first->readButton() },
+        { Qt::Key_Right, first->readButton() },  { Qt::Key_Left, first->phoneButton() },
+        { Qt::Key_Left, table },                 { Qt::Key_Left, table },
+        { Qt::Key_Right, first->phoneButton() }, { Qt::Key_Down, table },
+        { Qt::Key_Down, table },                 { Qt::Key_Right, table },
+    };
+    for (const auto &[key, expected] : walk) {
+        QTest::keyClick(focus(), key);
+        QCOMPARE(focus(), expected);
+    }
+    QVERIFY(ringDrawn(last));
+    QVERIFY(!ringDrawn(first));
+    QTest::keyClick(focus(), Qt::Key_Home);
+    QTest::keyClick(focus(), Qt::Key_Right);
+    QVERIFY(ringDrawn(first->phoneButton()));
+    QVERIFY(!ringDrawn(first));
+    // A row's button does what a click does.
+    QTest::keyClick(focus(), Qt::Key_Return);
+    QTRY_VERIFY(alert());
+    QCOMPARE(alert()->message(), "Dial +15551234567?");
+    QTest::keyClick(focus(), Qt::Key_Escape);
+    QTRY_VERIFY(!alert());
+    QCOMPARE(focus(), first->phoneButton());
+
+    // The table is one Tab stop; the open row's player comes right after it, play first, and
+    // nothing else inside the list is ever a stop.
+    QTest::keyClick(focus(), Qt::Key_Left);
+    QTest::keyClick(table, Qt::Key_Return);
+    QVERIFY(m_screen->waitForHeights({ 108, 54, 54 }));
+    const VantrelPlayer *player = m_screen->list()->playerController();
+    QTRY_VERIFY(first->followingControls().size() == 3);
+    QWidgetList stops;
+    for (int press = 0; press < 20 && (stops.isEmpty() || focus() != table); ++press) {
+        QTest::keyClick(focus(), Qt::Key_Tab);
+        stops << focus();
+    }
+    QCOMPARE(stops.last(), table);
+    QCOMPARE(stops.mid(0, 3), (QWidgetList { player->playbackButton(), player->progressView(),
+                                             player->speakerButton() }));
+    for (QWidget *stop : stops.mid(3, stops.size() - 4))
+        QVERIFY2(!table->isAncestorOf(stop), qPrintable(stop->objectName()));
+    // Shift+Tab goes back the same way.
+    QTest::keyClick(focus(), Qt::Key_Backtab);
+    QCOMPARE(focus(), stops.at(stops.size() - 2));
 }
 
 void TestRows::readingTranscripts_data()

@@ -1,5 +1,6 @@
 #include "playback/VantrelProgressView.h"
 
+#include <QAccessible>
 #include <QLabel>
 #include <QPointingDevice>
 #include <QTest>
@@ -80,6 +81,12 @@ private slots:
         row("Right near the end",
             { kTrack, 158, "2:40", "0:120", kTrack, Qt::Key_Right, { kTrack } });
         row("Right with nothing loaded", { 0, 0, "0:00", "0:00", 1.4, Qt::Key_Right });
+        // Page Up and Page Down by 30 s, Home and End to the ends: a slider's keys.
+        row("Page Up", { kTrack, 20, "0:50", "-1:110", 50, Qt::Key_PageUp, { 50 } });
+        row("Page Down near the start",
+            { kTrack, 20, "0:00", "-2:160", 0, Qt::Key_PageDown, { 0 } });
+        row("End", { kTrack, 20, "2:40", "0:120", kTrack, Qt::Key_End, { kTrack } });
+        row("Home", { kTrack, 60, "0:00", "-2:160", 0, Qt::Key_Home, { 0 } });
     }
     void showsTheTime()
     {
@@ -146,6 +153,48 @@ private slots:
         QCOMPARE(m_recorder.seeks, seeks << 5);
         m_recorder.calls.removeAll("scrub"); // each comes 75 ms after its step, among these
         QCOMPARE(m_recorder.calls, QStringList({ "begin", "end", "begin", "end" }));
+    }
+
+    void aTapOnTheTrackSeeksThere_data()
+    {
+        QTest::addColumn<QString>("device");
+        QTest::addColumn<QPoint>("release"); // the press is at 100 s
+        QTest::addColumn<Seeks>("seeks");
+        QTest::newRow("click") << "mouse" << QPoint(100, 14) << Seeks { 100 };
+        QTest::newRow("tap") << "touch" << QPoint(100, 14) << Seeks { 100 };
+        QTest::newRow("a finger that wobbles") << "touch" << QPoint(104, 17) << Seeks { 104 };
+    }
+    void aTapOnTheTrackSeeksThere()
+    {
+        QFETCH(QString, device);
+        QFETCH(QPoint, release);
+        QFETCH(Seeks, seeks);
+        m_bar->setTotalDuration(kTrack);
+        m_bar->setCurrentTime(20);
+        drag(m_bar, device, { QPoint(100, 14) });
+        lift(m_bar, device, release);
+        QCOMPARE(m_recorder.seeks, seeks);
+        QCOMPARE(m_recorder.calls, QStringList({ "begin", "scrub", "end" }));
+        QVERIFY(std::abs(drawnKnob().first - seeks.last()) < 0.5);
+    }
+
+    void aScreenReaderMeetsASlider()
+    {
+        m_bar->setTotalDuration(kTrack);
+        m_bar->setCurrentTime(20);
+        QAccessibleInterface *bar = QAccessible::queryAccessibleInterface(m_bar);
+        QCOMPARE(bar->role(), QAccessible::Slider);
+        QAccessibleValueInterface *value = bar->valueInterface();
+        QVERIFY(value);
+        QCOMPARE(value->minimumValue().toDouble(), 0.0);
+        QCOMPARE(value->maximumValue().toDouble(), kTrack);
+        QCOMPARE(value->currentValue().toDouble(), 20.0);
+        QCOMPARE(bar->text(QAccessible::Value), "0:20");
+        // Setting it seeks, as a key does.
+        value->setCurrentValue(90.0);
+        QCOMPARE(m_recorder.seeks, Seeks { 90 });
+        QCOMPARE(m_bar->findChild<QLabel *>("leftLabel")->text(), "1:30");
+        QCOMPARE(value->currentValue().toDouble(), 90.0);
     }
 
     void oneDirectionForEveryBar()
