@@ -23,6 +23,8 @@ packages=(
     unzip
     # test: the audio decoder's recordings are made fresh by the ffmpeg tool
     ffmpeg
+    # test: the real window on a real X server, read as a window manager reads it
+    xvfb x11-utils
 )
 
 missing=()

@@ -17,11 +17,14 @@
 
 namespace {
 const QColor kDarkBackground { 28, 28, 30 };
-}
+constexpr QSize kMinimumWindowSize { 360, 320 };
+} // namespace
 
 VantrelApplication::VantrelApplication(int &argc, char **argv) : QApplication(argc, argv)
 {
-    setApplicationName(QStringLiteral("vantrel"));
+    // The app id everywhere: WM_CLASS's class on X11 (its instance comes from main's "-name"),
+    // the app id on Wayland, matching the desktop file, so docks show the name and icon.
+    setApplicationName(QStringLiteral("net.zorvath.vantrel"));
     setApplicationDisplayName(QStringLiteral("Vantrel Plus"));
     setDesktopFileName(QStringLiteral("net.zorvath.vantrel"));
     setOrganizationDomain(QStringLiteral("zorvath.net"));
@@ -51,7 +54,10 @@ void VantrelApplication::applicationDidFinishLaunching()
     _window = std::make_unique<QWidget>();
     _window->setWindowTitle(QStringLiteral("Vantrel Plus"));
     _window->setObjectName(QStringLiteral("VantrelWindow"));
-    _window->setFixedSize(Screen::mainScreenBounds().size()); // portrait, never rotated
+    // A phone's size to start with; on a desktop it can be made wider, or narrower down to
+    // the narrowest phones, and the rows follow.
+    _window->resize(Screen::mainScreenBounds().size());
+    _window->setMinimumSize(kMinimumWindowSize);
     applyBackgroundStyle();
     _window->installEventFilter(this);
 

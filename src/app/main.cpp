@@ -8,6 +8,7 @@
 
 #include <QProcessEnvironment>
 #include <cstdio>
+#include <vector>
 
 int main(int argc, char *argv[])
 {
@@ -60,7 +61,15 @@ int main(int argc, char *argv[])
     if (options.windowSize.isValid())
         Screen::setOverrideSize(options.windowSize);
 
-    VantrelApplication application(argc, argv);
+    // Window managers on X11 know the window by WM_CLASS; "-name" sets its instance part to the
+    // app id (Qt's X11 platform takes the option out again; others leave it unread).
+    std::vector<char *> qtArguments(argv, argv + argc);
+    char nameOption[] = "-name";
+    char appId[] = "net.zorvath.vantrel";
+    qtArguments.insert(qtArguments.begin() + 1, { nameOption, appId });
+    int qtArgumentCount = int(qtArguments.size());
+    qtArguments.push_back(nullptr);
+    VantrelApplication application(qtArgumentCount, qtArguments.data());
     if (!contactsProblem.isEmpty())
         mylog(QStringLiteral("cannot read contacts %1: %2")
                   .arg(options.contactsPath, contactsProblem));

@@ -26,6 +26,9 @@ constexpr int kMonogramStyle = 1;
 constexpr int kEmptyStateMargin = 24;
 constexpr int kEmptyStateFontSize = 17;
 const QColor kQuietText { 142, 142, 147 }; // grey on black, as a list's empty state reads
+// Dark enough that white initials on it read at better than 4:1, light enough to stand out
+// from the black list.
+const QColor kMonogramGrey { 120, 120, 128 };
 } // namespace
 
 TableController::TableController(const QString &messagesDirectory, QObject *parent)
@@ -35,7 +38,7 @@ TableController::TableController(const QString &messagesDirectory, QObject *pare
 
     monogrammer = std::make_unique<Monogrammer>(kMonogramStyle, kMonogramDiameter);
     monogrammer->setTextColor(Qt::white);
-    monogrammer->setBackgroundColor(Qt::lightGray);
+    monogrammer->setBackgroundColor(kMonogramGrey);
     monogrammer->setTextKnockout(true);
 
     // The directory is watched whenever it exists: when it is missing at launch, or removed

@@ -16,6 +16,7 @@ constexpr int kPhoneButtonRightInset = 86;
 constexpr int kReaderRightInset = 37;
 constexpr int kReaderBottomInset = 17;
 constexpr int kReaderGap = 5;
+constexpr int kTextRightMargin = 15;
 constexpr int kTextTop = 10;
 constexpr double kDetailTop = 30.5;
 constexpr int kImageTop = 6;
@@ -172,6 +173,9 @@ void VTCell::layoutSubviews()
     } else {
         // A player always wins over an open transcript.
         m_playerView->setGeometry(0, height() / 2, width(), height() / 2);
+        // The player's controls take the row's whole width, as wide as the window is.
+        for (QWidget *controls : m_playerView->findChildren<QWidget *>(Qt::FindDirectChildrenOnly))
+            controls->resize(width(), controls->height());
         setAlpha(m_readerView, 0.0); // null (no transcript view yet) is ignored
         m_readButton->setSelected(false);
         setAlpha(text, 1.0);
@@ -190,7 +194,13 @@ void VTCell::layoutSubviews()
         m_readerView->setGeometry(text->x(), text->y(), phoneX - text->x() - kReaderGap,
                                   content->height() - kReaderBottomInset);
     }
-    // Neither the name nor the detail line runs under the buttons; both elide before them.
-    text->resize(phoneX - text->x(), text->height());
-    detail->resize(phoneX - detail->x(), detail->height());
+    // Neither the name nor the detail line runs under a button that shows; both use all the
+    // width up to the first one, or to the row's margin where there is none.
+    int textEnd = content->width() - kTextRightMargin;
+    for (const Button *button : { m_phoneButton, m_readButton }) {
+        if (!button->isHidden())
+            textEnd = qMin(textEnd, button->x() - kReaderGap);
+    }
+    text->resize(qMax(0, textEnd - text->x()), text->height());
+    detail->resize(qMax(0, textEnd - detail->x()), detail->height());
 }

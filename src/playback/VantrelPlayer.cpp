@@ -38,7 +38,7 @@ VantrelPlayer::VantrelPlayer(const QString &messagesDirectory, QObject *parent)
     m_container->installEventFilter(this);
     // 4. There is no media-player bundle to load: the scrub bar is part of the program.
     // 5.
-    const QRectF progressFrame(56.5, 0, width - 114.5, 40);
+    const QRectF progressFrame = progressFrameForWidth(width);
     m_progressView = new VantrelProgressView(progressFrame, m_container);
     m_progressView->setShowTimeLabels(true);
     m_progressView->setDelegate(this);
@@ -53,7 +53,7 @@ VantrelPlayer::VantrelPlayer(const QString &messagesDirectory, QObject *parent)
     // 7.
     m_speakerButton = new Button(m_container);
     m_speakerButton->setObjectName(QStringLiteral("SpeakerButton"));
-    m_speakerButton->setGeometry(width - 50, 0, 40, 40);
+    m_speakerButton->setGeometry(speakerFrameForWidth(width));
     m_speakerButton->setImage(QStringLiteral("speaker"), Button::State::Normal);
     m_speakerButton->setImage(QStringLiteral("speaker-selected"), Button::State::Selected);
     connect(m_speakerButton, &Button::clicked, this, [this] { toggleSpeaker(m_speakerButton); });
@@ -113,6 +113,23 @@ QString VantrelPlayer::errorText() const
     return _errorLabel->text();
 }
 
+QRectF VantrelPlayer::progressFrameForWidth(int width)
+{
+    return QRectF(56.5, 0, width - 114.5, 40);
+}
+
+QRect VantrelPlayer::speakerFrameForWidth(int width)
+{
+    return QRect(width - 50, 0, 40, 40);
+}
+
+void VantrelPlayer::layoutControls(int width)
+{
+    if (m_progressView->frame() != progressFrameForWidth(width))
+        m_progressView->setFrame(progressFrameForWidth(width));
+    m_speakerButton->setGeometry(speakerFrameForWidth(width));
+}
+
 bool VantrelPlayer::eventFilter(QObject *watched, QEvent *event)
 {
     // A row that goes away while it shows the controls or the banner hands them back
@@ -121,6 +138,12 @@ bool VantrelPlayer::eventFilter(QObject *watched, QEvent *event)
     if ((view == m_container || view == _errorView) && event->type() == QEvent::ParentChange &&
         !view->parent())
         view->setParent(m_shelf.get());
+    // A row as wide as the window, whatever width that is: the speaker keeps to the right
+    // edge and the scrub bar takes what lies between.
+    if (view == m_container && event->type() == QEvent::Resize)
+        layoutControls(m_container->width());
+    if (view == _errorView && event->type() == QEvent::Resize)
+        _errorLabel->setGeometry(_errorView->rect());
     return QObject::eventFilter(watched, event);
 }
 

@@ -112,6 +112,10 @@ private:
     // The sound server's outputs changed: a row told there was none gets its controls back.
     void outputChanged();
     void updateAccessibleNames();
+    // Places the controls in a row of the given width.
+    void layoutControls(int width);
+    static QRectF progressFrameForWidth(int width);
+    static QRect speakerFrameForWidth(int width);
 
     bool _playerWasPlaying { false }; // never reset: any interruption's end resumes
     bool m_loaded { false };          // the open row's recording has opened

@@ -13,6 +13,7 @@
 #include <QDir>
 #include <QMetaMethod>
 #include <QProcess>
+#include <QStandardPaths>
 #include <QTest>
 #include <csignal>
 
@@ -75,6 +76,7 @@ private slots:
     void contactsThatCannotBeReadAreSaidOnce();
     void stoppedFromOutsideItLeavesNoFiles_data();
     void stoppedFromOutsideItLeavesNoFiles();
+    void aDesktopKnowsTheWindowByItsAppId();
 
 private:
     static VantrelApplication *app() { return VantrelApplication::sharedApplication(); }
@@ -294,6 +296,65 @@ void TestApplication::stoppedFromOutsideItLeavesNoFiles()
     QCOMPARE(vantrel.exitCode(), 0);
     QCOMPARE(QDir(temporary.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
              QStringList());
+}
+
+namespace {
+// What a command prints, or an empty text when it fails.
+QString output(const QString &program, const QStringList &arguments,
+               const QProcessEnvironment &environment)
+{
+    QProcess process;
+    process.setProcessEnvironment(environment);
+    process.start(program, arguments);
+    if (!process.waitForFinished(10000) || process.exitCode() != 0)
+        return QString();
+    return QString::fromLocal8Bit(process.readAllStandardOutput());
+}
+} // namespace
+
+void TestApplication::aDesktopKnowsTheWindowByItsAppId()
+{
+    // The real program on a real X server, read from outside as a window manager reads it: the
+    // class docks match to the desktop file, and a minimum size that lets a desktop user
+    // narrow the window to the narrowest phone's width and no further.
+    if (QStandardPaths::findExecutable("Xvfb").isEmpty() ||
+        QStandardPaths::findExecutable("xprop").isEmpty())
+        QSKIP("Xvfb and xprop (packages xvfb, x11-utils) are needed; scripts/setup.sh installs "
+              "them");
+    const QString display = ":" + QString::number(90 + ::getpid() % 500);
+    QProcess xvfb;
+    xvfb.start("Xvfb", { display, "-screen", "0", "1280x800x24", "-nolisten", "tcp" });
+    QVERIFY(xvfb.waitForStarted());
+    const QString socket = "/tmp/.X11-unix/X" + display.mid(1);
+    QTRY_VERIFY_WITH_TIMEOUT(QFileInfo::exists(socket), 10000);
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("DISPLAY", display);
+    environment.insert("QT_QPA_PLATFORM", "xcb");
+    QProcess vantrel;
+    vantrel.setProcessEnvironment(environment);
+    vantrel.start(QStringLiteral(VANTREL_EXECUTABLE), { "--messages-dir", messages() });
+    // The id of the window titled "Vantrel Plus" that has a class (Qt's own helper windows
+    // share the title but have none), once it is there.
+    const auto findWindow = [&] {
+        const QString tree = output("xwininfo", { "-root", "-tree" }, environment);
+        for (const QString &line : tree.split('\n')) {
+            if (line.contains("\"Vantrel Plus\": (\""))
+                return line.trimmed().section(' ', 0, 0);
+        }
+        return QString();
+    };
+    QString window;
+    QTRY_VERIFY_WITH_TIMEOUT(!(window = findWindow()).isEmpty(), 20000);
+    QCOMPARE(output("xprop", { "-id", window, "WM_CLASS" }, environment).trimmed(),
+             "WM_CLASS(STRING) = \"net.zorvath.vantrel\", \"net.zorvath.vantrel\"");
+    const QString hints = output("xprop", { "-id", window, "WM_NORMAL_HINTS" }, environment);
+    QVERIFY2(hints.contains("program specified minimum size: 360 by 320"), qPrintable(hints));
+    QVERIFY2(!hints.contains("maximum size"), qPrintable(hints));
+    ::kill(pid_t(vantrel.processId()), SIGTERM);
+    QVERIFY(vantrel.waitForFinished(10000));
+    QCOMPARE(vantrel.exitCode(), 0);
+    xvfb.terminate();
+    QVERIFY(xvfb.waitForFinished(10000));
 }
 
 // Without test function names, runs each test function in a process of its own: an

@@ -4,10 +4,12 @@
 #include "platform/Label.h"
 #include "platform/NavigationBar.h"
 #include "platform/View.h"
+#include "playback/VantrelPlayer.h"
 
 #include <QDir>
 #include <QLabel>
 #include <QTest>
+#include <cmath>
 #include <unistd.h>
 
 // What the list shows of the Messages directory, and how it follows it.
@@ -23,6 +25,9 @@ private slots:
     void longTextsEndBeforeTheButtons();
     void aListWithoutRowsSaysWhy_data();
     void aListWithoutRowsSaysWhy();
+    void rowsUseTheWidthTheyGet_data();
+    void rowsUseTheWidthTheyGet();
+    void initialsReadOnTheirDisc();
 
 private:
     QStringList visibleNames() const;
@@ -240,4 +245,69 @@ void TestListScreen::aListWithoutRowsSaysWhy()
 }
 
 QTEST_MAIN(TestListScreen)
+void TestListScreen::rowsUseTheWidthTheyGet_data()
+{
+    QTest::addColumn<int>("width");
+    QTest::addColumn<int>("resizedTo");
+    QTest::newRow("the narrowest phone") << 360 << 1200;
+    QTest::newRow("a desktop window made narrow") << 1200 << 360;
+}
+
+void TestListScreen::rowsUseTheWidthTheyGet()
+{
+    QFETCH(int, width);
+    QFETCH(int, resizedTo);
+    const QString playable = m_screen->addRecording("TEL", "+15551234567", "15-Nov-2026-22-10-07");
+    QVERIFY(QFile::remove(m_screen->messages() + '/' + playable));
+    QVERIFY(QFile::copy(TestSupport::samplesDirectory() + '/' + playable,
+                        m_screen->messages() + '/' + playable));
+    m_screen->addRecording("TEL", "PRIVATE", "04-Nov-2026-11-20-03");
+    m_screen->open(QString(), width);
+    m_screen->tapRow(0);
+    QVERIFY(m_screen->waitForHeights({ 108, 54 }));
+    for (const int now : { width, resizedTo }) {
+        m_screen->window()->resize(now, 667);
+        QTRY_COMPARE(m_screen->cell(0)->width(), now);
+        // A withheld caller's row has no buttons: its date and kind are never cut short.
+        auto *detail = qobject_cast<Label *>(m_screen->cell(1)->detailTextLabel());
+        QCOMPARE(detail->shownText(), "Nov 04 2026 - 11:20:03 - Telephony");
+        // The open row's controls span the row: the speaker at its right edge, the scrub bar
+        // up to it.
+        VTCell *open = m_screen->cell(0);
+        const VantrelPlayer *player = m_screen->list()->playerController();
+        QTRY_VERIFY(open->hasPlayer());
+        const QRect speaker(player->speakerButton()->mapTo(open, QPoint()),
+                            player->speakerButton()->size());
+        QTRY_COMPARE(speaker.right(), now - 11);
+        const int barEnd =
+            player->progressView()->mapTo(open, QPoint()).x() + player->progressView()->width();
+        QVERIFY2(barEnd > speaker.left() - 12 && barEnd <= speaker.left(),
+                 qPrintable(QString::number(barEnd)));
+    }
+}
+
+void TestListScreen::initialsReadOnTheirDisc()
+{
+    // White initials on a grey disc at better than 3:1, as drawn.
+    m_screen->addRecording("TEL", "+15551234567", "15-Nov-2026-22-10-07");
+    m_screen->open();
+    const QImage disc = m_screen->cell(0)->imageView()->pixmap().toImage();
+    const auto luminance = [](QColor c) {
+        const auto linear = [](double v) {
+            return v <= 0.03928 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4);
+        };
+        return 0.2126 * linear(c.redF()) + 0.7152 * linear(c.greenF()) +
+               0.0722 * linear(c.blueF());
+    };
+    const QColor grey = disc.pixelColor(disc.width() / 8, disc.height() / 2);
+    QColor initials = grey;
+    for (int y = 0; y < disc.height(); ++y)
+        for (int x = 0; x < disc.width(); ++x)
+            if (const QColor c = disc.pixelColor(x, y); c.alpha() == 255 && luminance(c) > luminance(initials))
+                initials = c;
+    QCOMPARE(initials, QColor(Qt::white));
+    const double contrast = (luminance(initials) + 0.05) / (luminance(grey) + 0.05);
+    QVERIFY2(contrast >= 3, qPrintable(QString::number(contrast)));
+}
+
 #include "tst_listscreen.moc"
