@@ -102,6 +102,9 @@ void TableController::didSelectRowAtIndexPath(const IndexPath &indexPath)
     if (isEditing())
         return; // a tap in edit mode only selects, for the bulk actions
 
+    // The row that was open closes, or gives way to this one: its transcript goes with it, so
+    // that no transcript is ever squeezed into a closed row.
+    closeOpenRowTranscript();
     if (selectedRowIndex && selectedRowIndex->row == indexPath.row) {
         selectedRowIndex.reset();
         // The table's selection follows the open row, so that Escape, which taps the selected
@@ -128,8 +131,18 @@ void TableController::didDeselectRowAtIndexPath(const IndexPath &)
 {
     if (tableView()->isEditing())
         updateToolbarButtonsVisibility();
-    // Only forgotten: the player stays up and heights stay until the next selection.
+    // Only forgotten: the player stays up and heights stay until the next selection, which
+    // follows at once when another row was tapped. The open row's transcript closes now.
+    closeOpenRowTranscript();
     selectedRowIndex.reset();
+}
+
+void TableController::closeOpenRowTranscript()
+{
+    if (!selectedRowIndex)
+        return;
+    if (auto *open = qobject_cast<VTCell *>(tableView()->cellForRowAtIndexPath(*selectedRowIndex)))
+        open->closeTranscript();
 }
 
 void TableController::setCurrentPlayerIndexPath(const std::optional<IndexPath> &indexPath)

@@ -161,6 +161,8 @@ protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
+    // The open row is closing or giving way: its transcript, if shown, gives way to its name.
+    void closeOpenRowTranscript();
     // A "Vantrel" alert with the message and "Okay": how the list says that something failed.
     void tellUser(const QString &message);
     // What stands in the middle of a list without rows: that there are no voicemails, or that

@@ -89,6 +89,7 @@ QTextBrowser *VTCell::readerView() const
     m_readerView->setFrameShape(QFrame::NoFrame);
     m_readerView->setOpenLinks(false);
     m_readerView->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    useOverlayScrollBars(m_readerView);
     m_readerView->setFocusPolicy(Qt::NoFocus);
     m_readerView->viewport()->setAutoFillBackground(false);
     QPalette palette = m_readerView->palette();

@@ -1,5 +1,8 @@
 #include "AlertController.h"
 
+#include "Button.h"
+#include "Label.h"
+
 #include <QApplication>
 #include <QBoxLayout>
 #include <QKeyEvent>
@@ -14,7 +17,7 @@ constexpr int kSheetMargin = 8;
 constexpr int kPadWidth = 768;
 constexpr int kPopoverWidth = 320;
 const QColor kDim { 0, 0, 0, 110 };
-const QColor kPanel { 44, 44, 46, 245 };
+const QColor kPanel { 44, 44, 46 }; // opaque: nothing of the list shows through
 const QColor kTint { 10, 132, 255 };
 const QColor kDestructive { 255, 69, 58 };
 
@@ -25,24 +28,11 @@ QString buttonStyle(AlertAction::Style style)
                "QPushButton { color: %1; background: transparent; border: none;"
                " border-top: 1px solid rgba(255,255,255,40); font-size: 17px; %2 padding: 11px; }"
                "QPushButton:pressed { background: rgba(255,255,255,25); }"
-               "QPushButton:focus { background: rgba(255,255,255,18); }")
+               "QPushButton:focus { background: rgba(255,255,255,18); border: 2px solid %3;"
+               " border-radius: 10px; padding: 9px; }")
         .arg(color.name(),
-             style == AlertAction::Style::Cancel ? QStringLiteral("font-weight: 600;") : QString());
-}
-// A message's long unbroken words (a recording's file name) may break anywhere, so that
-// they wrap inside the panel instead of running out of it. Only what is drawn changes.
-QString wrappable(const QString &text)
-{
-    constexpr int kLongWord = 16;
-    QString shown;
-    int run = 0;
-    for (const QChar c : text) {
-        run = c.isSpace() ? 0 : run + 1;
-        if (run > kLongWord)
-            shown += QChar(0x200B); // a zero-width space: a place to break, nothing drawn
-        shown += c;
-    }
-    return shown;
+             style == AlertAction::Style::Cancel ? QStringLiteral("font-weight: 600;") : QString(),
+             kFocusRingColor.name());
 }
 } // namespace
 
@@ -85,7 +75,7 @@ void AlertController::setMessage(const QString &message)
     m_message = message;
     setAccessibleDescription(message);
     if (m_messageLabel) {
-        m_messageLabel->setText(wrappable(message));
+        m_messageLabel->setText(message);
         m_messageLabel->setVisible(!message.isEmpty());
         placePanel();
     }
@@ -103,20 +93,16 @@ void AlertController::build()
     layout->setContentsMargins(0, 16, 0, 0);
     layout->setSpacing(2);
 
-    m_titleLabel = new QLabel(m_title, m_panel);
+    m_titleLabel = new WrappingLabel(m_title, m_panel);
     m_titleLabel->setObjectName(QStringLiteral("AlertTitle"));
-    m_titleLabel->setTextFormat(Qt::PlainText);
     m_titleLabel->setAlignment(Qt::AlignCenter);
-    m_titleLabel->setWordWrap(true);
     m_titleLabel->setStyleSheet(
         QStringLiteral("color: white; font-size: 17px; font-weight: 600; padding: 0 16px;"));
     m_titleLabel->setVisible(!m_title.isEmpty());
     layout->addWidget(m_titleLabel);
-    m_messageLabel = new QLabel(wrappable(m_message), m_panel);
+    m_messageLabel = new WrappingLabel(m_message, m_panel);
     m_messageLabel->setObjectName(QStringLiteral("AlertMessage"));
-    m_messageLabel->setTextFormat(Qt::PlainText);
     m_messageLabel->setAlignment(Qt::AlignCenter);
-    m_messageLabel->setWordWrap(true);
     m_messageLabel->setStyleSheet(
         QStringLiteral("color: white; font-size: 13px; padding: 0 16px 16px 16px;"));
     m_messageLabel->setVisible(!m_message.isEmpty());

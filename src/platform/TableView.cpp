@@ -2,6 +2,7 @@
 
 #include "Accessibility.h"
 #include "TableViewCell.h"
+#include "View.h"
 
 #include <QApplication>
 #include <QKeyEvent>
@@ -46,6 +47,7 @@ TableView::TableView(QWidget *parent)
     setFrameShape(QFrame::NoFrame);
     setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
+    useOverlayScrollBars(this);
     setFocusPolicy(Qt::StrongFocus);
     verticalScrollBar()->setSingleStep(20);
     viewport()->setAutoFillBackground(false);

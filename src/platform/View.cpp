@@ -1,6 +1,12 @@
 #include "View.h"
 
+#include <QAbstractScrollArea>
+#include <QCoreApplication>
 #include <QGraphicsOpacityEffect>
+#include <QPointer>
+#include <QProxyStyle>
+#include <QScrollBar>
+#include <QStyleFactory>
 #include <QVariant>
 #include <QWidget>
 
@@ -59,4 +65,39 @@ QString viewDescription(const QWidget *view)
     if (alpha(view) < 1.0)
         description += QStringLiteral("; alpha = %1").arg(alpha(view));
     return description + QLatin1Char('>');
+}
+
+namespace {
+// The desktop's own scroll bar drawing (Fusion, Qt's default on Linux), told that its bars are
+// transient: they lie over the content, show a thin slider while the list moves or the pointer
+// is near, and widen under it.
+class OverlayScrollBarStyle : public QProxyStyle
+{
+public:
+    OverlayScrollBarStyle() : QProxyStyle(QStyleFactory::create(QStringLiteral("Fusion"))) {}
+    int styleHint(StyleHint hint, const QStyleOption *option, const QWidget *widget,
+                  QStyleHintReturn *answer) const override
+    {
+        if (hint == SH_ScrollBar_Transient)
+            return 1;
+        return QProxyStyle::styleHint(hint, option, widget, answer);
+    }
+};
+} // namespace
+
+void useOverlayScrollBars(QAbstractScrollArea *area)
+{
+    static QPointer<QStyle> style;
+    if (!style) {
+        style = new OverlayScrollBarStyle;
+        style->setParent(QCoreApplication::instance()); // goes with the application
+    }
+    for (QScrollBar *bar : { area->verticalScrollBar(), area->horizontalScrollBar() }) {
+        bar->setStyle(style);
+        // A light slider on the dark list.
+        QPalette palette = bar->palette();
+        palette.setColor(QPalette::WindowText, Qt::white);
+        palette.setColor(QPalette::Text, Qt::white);
+        bar->setPalette(palette);
+    }
 }

@@ -8,6 +8,8 @@
 
 #include <QDir>
 #include <QLabel>
+#include <QScrollBar>
+#include <QTextBrowser>
 #include <QTest>
 #include <cmath>
 #include <unistd.h>
@@ -28,6 +30,7 @@ private slots:
     void rowsUseTheWidthTheyGet_data();
     void rowsUseTheWidthTheyGet();
     void initialsReadOnTheirDisc();
+    void scrollBarsLieOverTheContent();
 
 private:
     QStringList visibleNames() const;
@@ -308,6 +311,30 @@ void TestListScreen::initialsReadOnTheirDisc()
     QCOMPARE(initials, QColor(Qt::white));
     const double contrast = (luminance(initials) + 0.05) / (luminance(grey) + 0.05);
     QVERIFY2(contrast >= 3, qPrintable(QString::number(contrast)));
+}
+
+void TestListScreen::scrollBarsLieOverTheContent()
+{
+    // More rows than fit, and a transcript longer than its row: both scroll, and neither
+    // gives up a strip of its width to a desktop scroll bar.
+    QByteArray words;
+    for (int i = 0; i < 200; ++i)
+        words += "Call me back about the boat. ";
+    for (int day = 1; day <= 30; ++day)
+        m_screen->addRecording("TEL", "+1555000" + QString::number(1000 + day),
+                               QString("%1-Nov-2026-10-00-00").arg(day, 2, 10, QChar('0')),
+                               day == 30 ? words : QByteArray());
+    m_screen->open();
+    TableView *table = m_screen->table();
+    QVERIFY(table->verticalScrollBar()->maximum() > 0);
+    QCOMPARE(table->viewport()->width(), table->width());
+    QCOMPARE(m_screen->cell(0)->width(), table->width());
+    QTest::mouseClick(m_screen->cell(0)->readButton(), Qt::LeftButton);
+    QVERIFY(m_screen->waitForHeights({ 108, 54 }));
+    QTextBrowser *reader = m_screen->cell(0)->readerView();
+    QTRY_VERIFY(reader->isVisible());
+    QVERIFY(reader->verticalScrollBar()->maximum() > 0);
+    QCOMPARE(reader->viewport()->width(), reader->width());
 }
 
 #include "tst_listscreen.moc"

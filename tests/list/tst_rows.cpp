@@ -9,6 +9,7 @@
 #include <QApplication>
 #include <QDBusConnection>
 #include <QDir>
+#include <QLabel>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTest>
@@ -24,6 +25,9 @@ private slots:
     void tapsOpenSwitchAndCloseRows();
     void keyboardOpensAndClosesRows();
     void keyboardReachesEachControlOnce();
+    void aLongAddressIsReadAsItIsShown();
+    void closingARowClosesItsTranscript_data();
+    void closingARowClosesItsTranscript();
     void readingTranscripts_data();
     void readingTranscripts();
     void dialing_data();
@@ -220,6 +224,59 @@ void TestRows::keyboardReachesEachControlOnce()
     // Shift+Tab goes back the same way.
     QTest::keyClick(focus(), Qt::Key_Backtab);
     QCOMPARE(focus(), stops.at(stops.size() - 2));
+}
+
+void TestRows::aLongAddressIsReadAsItIsShown()
+{
+    const QString address = "maximilian.alexander.featherstonehaugh-worthington@example.com";
+    m_screen->addRecording("FT", address, "16-Nov-2026-10-00-00");
+    m_screen->open(QString(), 360);
+    QTest::mouseClick(m_screen->cell(0)->phoneButton(), Qt::LeftButton);
+    QVERIFY(alert());
+    auto *message = alert()->findChild<QLabel *>("AlertMessage");
+    QVERIFY(message);
+    // A screen reader reads exactly what is on screen, the address unbroken by hidden marks.
+    const QString question = "Dial " + address + "?";
+    QCOMPARE(QAccessible::queryAccessibleInterface(message)->text(QAccessible::Name), question);
+    QCOMPARE(message->text(), question);
+    // The address breaks across lines to stay inside the panel, which stays inside the window.
+    const QWidget *panel = alert()->findChild<QWidget *>("AlertPanel");
+    QVERIFY(m_screen->window()->rect().contains(QRect(panel->mapTo(m_screen->window(), QPoint()),
+                                                      panel->size())));
+    QVERIFY(message->width() <= panel->width());
+    QVERIFY(message->height() >= 3 * message->fontMetrics().height());
+    QVERIFY(message->height() >= message->heightForWidth(message->width()));
+    QTest::keyClick(alert(), Qt::Key_Escape);
+}
+
+void TestRows::closingARowClosesItsTranscript_data()
+{
+    QTest::addColumn<QString>("how");
+    QTest::newRow("a tap on the row") << "tap";
+    QTest::newRow("Escape") << "Escape";
+    QTest::newRow("a tap on another row") << "another";
+}
+
+void TestRows::closingARowClosesItsTranscript()
+{
+    QFETCH(QString, how);
+    m_screen->open();
+    VTCell *cell = m_screen->cell(0);
+    QTest::mouseClick(cell->readButton(), Qt::LeftButton);
+    QVERIFY(m_screen->waitForHeights({ 108, 54, 54 }));
+    QTRY_VERIFY(cell->readerView()->isVisible());
+    if (how == "tap")
+        m_screen->tapRow(0);
+    else if (how == "Escape")
+        QTest::keyClick(m_screen->table(), Qt::Key_Escape);
+    else
+        m_screen->tapRow(1);
+    QVERIFY(m_screen->waitForHeights(how == "another" ? QList<int> { 54, 108, 54 }
+                                                      : QList<int> { 54, 54, 54 }));
+    // The closed row shows its name and date again, not two lines of transcript.
+    QVERIFY(!cell->readerView()->isVisible());
+    QVERIFY(cell->textLabel()->isVisible() && cell->detailTextLabel()->isVisible());
+    QVERIFY(!cell->readButton()->isSelected());
 }
 
 void TestRows::readingTranscripts_data()
