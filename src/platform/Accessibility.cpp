@@ -4,6 +4,7 @@
 #include "TableView.h"
 #include "TableViewCell.h"
 
+#include <QAbstractButton>
 #include <QAccessibleWidget>
 
 namespace {
@@ -23,6 +24,25 @@ public:
         return QAccessibleWidget::text(kind);
     }
 
+    // The row's own buttons are actions of the row too, by their names, so that a screen
+    // reader offers them on the row itself.
+    QStringList actionNames() const override
+    {
+        QStringList names = QAccessibleWidget::actionNames();
+        for (const QAbstractButton *button : rowButtons())
+            names << button->accessibleName();
+        return names;
+    }
+
+    void doAction(const QString &name) override
+    {
+        for (QAbstractButton *button : rowButtons()) {
+            if (button->accessibleName() == name)
+                return button->click();
+        }
+        QAccessibleWidget::doAction(name);
+    }
+
     QAccessible::State state() const override
     {
         QAccessible::State state = QAccessibleWidget::state();
@@ -31,6 +51,19 @@ public:
         state.selected = cell->isSelected();
         state.focused = cell->isKeyboardFocused();
         return state;
+    }
+
+private:
+    QList<QAbstractButton *> rowButtons() const
+    {
+        QList<QAbstractButton *> buttons;
+        for (QWidget *control : static_cast<TableViewCell *>(widget())->rowControls()) {
+            auto *button = qobject_cast<QAbstractButton *>(control);
+            if (button && button->isVisible() && button->isEnabled() &&
+                !button->accessibleName().isEmpty())
+                buttons << button;
+        }
+        return buttons;
     }
 };
 

@@ -493,6 +493,15 @@ void TestRows::rowsReadThroughAccessibility()
                  button->metaObject()->className());
         QCOMPARE(accessible(button)->role(), QAccessible::Button);
     }
+
+    // The row's own buttons are actions of the row, only those shown, and they act.
+    QVERIFY(row->actionInterface()->actionNames().contains("Call back Daniel Reyes"));
+    QVERIFY(row->actionInterface()->actionNames().contains("Transcript"));
+    QVERIFY(!accessible(m_screen->cell(2))->actionInterface()->actionNames().contains("Transcript"));
+    row->actionInterface()->doAction("Transcript");
+    QVERIFY(m_screen->waitForHeights({ 108, 54, 54 }));
+    QTRY_VERIFY(m_screen->cell(0)->readerView()->isVisible());
+    QCOMPARE(m_screen->cell(0)->readerView()->toPlainText(), "Hi, it's Daniel. Call me back.");
 }
 
 void TestRows::editModeSelectsWithoutOpening()
