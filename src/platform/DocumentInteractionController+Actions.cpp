@@ -29,12 +29,10 @@ const QString kPortalRequest = QStringLiteral("org.freedesktop.portal.Request");
 // The portal's answers in a Response signal.
 constexpr uint kPortalDone = 0;
 constexpr uint kPortalCancelled = 1;
-// Copies go through memory in pieces of this size, whatever the file's.
-constexpr qint64 kCopyChunk = 1 << 20;
+// From this width on a window is pad-sized, with room for the file dialog's places.
+constexpr int kWideWindow = 768;
 // How long a hand-over copy is kept: long enough for any program to have read it.
 constexpr qint64 kHandOverKeepSeconds = 7 * 24 * 3600;
-// The narrowest window the program takes; the file dialog fits it.
-constexpr int kNarrowestWindow = 360;
 
 // The portal places its dialogs over our window when it can tell which one that is.
 QString portalParentWindow(QWidget *window)
@@ -279,10 +277,10 @@ void DocumentInteractionController::saveCopyWithDialog()
     dialog->setWindowFlags(Qt::Widget);
     dialog->setPalette(darkPalette());
     dialog->setAutoFillBackground(true);
-    // The places beside the folder take a third of a narrow window's width: the "Look in"
-    // list above it reaches the same places.
+    // The places beside the folder would take a third of a phone-wide window and leave the
+    // names cut short; the "Look in" list above reaches the same places.
     if (QWidget *places = dialog->findChild<QWidget *>(QStringLiteral("sidebar")))
-        places->hide();
+        places->setVisible(m_window->width() >= kWideWindow);
     dialog->setMinimumSize(0, 0);
     dialog->setGeometry(m_window->rect());
     m_saveDialog = dialog;
@@ -327,19 +325,16 @@ void DocumentInteractionController::saveCopyTo(const QString &destination, bool 
     // Written beside the destination and renamed over it at the end, so that a failed copy
     // leaves no half file and keeps the one it was to replace. The user chose where it goes,
     // and the folder's usual mode applies.
-    QFile source(filePath());
+    // A file the desktop's chooser granted inside a sandbox has no folder to write beside it
+    // in: written in place then.
     QSaveFile copy(destination);
-    if (!source.open(QIODevice::ReadOnly))
-        return alertThenEnd(tr("The copy could not be saved."), source.errorString());
+    copy.setDirectWriteFallback(true);
     if (!copy.open(QIODevice::WriteOnly))
         return alertThenEnd(tr("The copy could not be saved."), copy.errorString());
-    while (!source.atEnd()) {
-        const QByteArray chunk = source.read(kCopyChunk);
-        if (chunk.isEmpty() || copy.write(chunk) != chunk.size()) {
-            copy.cancelWriting();
-            return alertThenEnd(tr("The copy could not be saved."),
-                                chunk.isEmpty() ? source.errorString() : copy.errorString());
-        }
+    if (const QString error = PrivateFiles::copyContents(filePath(), copy); !error.isEmpty()) {
+        copy.cancelWriting();
+        mylog(QStringLiteral("VantrelLog : could not save a copy: %1").arg(error));
+        return alertThenEnd(tr("The copy could not be saved."), error);
     }
     if (!copy.commit())
         return alertThenEnd(tr("The copy could not be saved."), copy.errorString());

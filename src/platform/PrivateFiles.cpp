@@ -18,24 +18,30 @@ QString failure(const QString &operation, const QString &path, const QString &re
 }
 } // namespace
 
-QString copy(const QString &source, const QString &destination)
+QString copyContents(const QString &source, QIODevice &destination)
 {
     QFile from(source);
     if (!from.open(QIODevice::ReadOnly))
         return failure(QStringLiteral("read"), source, from.errorString());
+    while (!from.atEnd()) {
+        const QByteArray chunk = from.read(kChunk);
+        if (chunk.isEmpty())
+            return failure(QStringLiteral("read"), source, from.errorString());
+        if (destination.write(chunk) != chunk.size())
+            return failure(QStringLiteral("write"), QStringLiteral("the copy"),
+                           destination.errorString());
+    }
+    return QString();
+}
+
+QString copy(const QString &source, const QString &destination)
+{
     // NewOnly is O_CREAT | O_EXCL: the mode applies from the start, and a link planted at the
     // name is refused rather than followed.
     QFile to(destination);
     if (!to.open(QIODevice::WriteOnly | QIODevice::NewOnly, kOwnerOnly))
         return failure(QStringLiteral("create"), destination, to.errorString());
-    QString error;
-    while (error.isEmpty() && !from.atEnd()) {
-        const QByteArray chunk = from.read(kChunk);
-        if (chunk.isEmpty())
-            error = failure(QStringLiteral("read"), source, from.errorString());
-        else if (to.write(chunk) != chunk.size())
-            error = failure(QStringLiteral("write"), destination, to.errorString());
-    }
+    QString error = copyContents(source, to);
     if (error.isEmpty() && !to.flush())
         error = failure(QStringLiteral("write"), destination, to.errorString());
     to.close();
