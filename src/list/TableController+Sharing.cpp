@@ -4,8 +4,8 @@
 #include "TableController.h"
 #include "actions/RecordingFiles.h"
 #include "actions/RecordingSharer.h"
-#include "platform/AlertController.h"
 #include "core/Log.h"
+#include "platform/AlertController.h"
 #include "platform/BarButtonItem.h"
 #include "platform/PrivateFiles.h"
 

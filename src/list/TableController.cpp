@@ -167,7 +167,8 @@ bool TableController::eventFilter(QObject *watched, QEvent *event)
 
 void TableController::tellUser(const QString &message)
 {
-    AlertController::alertWithOkay(QStringLiteral("Vantrel"), message)->presentIn(tableView(), true);
+    AlertController::alertWithOkay(QStringLiteral("Vantrel"), message)
+        ->presentIn(tableView(), true);
 }
 
 void TableController::closeOpenRow()

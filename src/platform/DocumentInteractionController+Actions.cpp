@@ -74,8 +74,8 @@ QPalette darkPalette()
     palette.setColor(QPalette::Disabled, QPalette::Window, background);
     palette.setColor(QPalette::Disabled, QPalette::Base, background);
     palette.setColor(QPalette::Disabled, QPalette::Button, background);
-    for (const QPalette::ColorRole role : { QPalette::WindowText, QPalette::Text,
-                                            QPalette::ButtonText, QPalette::PlaceholderText })
+    for (const QPalette::ColorRole role :
+         { QPalette::WindowText, QPalette::Text, QPalette::ButtonText, QPalette::PlaceholderText })
         palette.setColor(QPalette::Disabled, role, quiet);
     return palette;
 }
@@ -103,7 +103,8 @@ QString DocumentInteractionController::handedOverPath()
     const QString copy = folder + u'/' + QFileInfo(path).fileName();
     QFile::remove(copy);
     if (const QString error = PrivateFiles::copy(path, copy); !error.isEmpty()) {
-        mylog(QStringLiteral("VantrelLog : could not copy %1 to hand it over: %2").arg(path, error));
+        mylog(
+            QStringLiteral("VantrelLog : could not copy %1 to hand it over: %2").arg(path, error));
         return path;
     }
     m_handOverCopy = copy;

@@ -119,9 +119,9 @@ void DocumentInteractionController::showOpenInMenu(const QList<DesktopApplicatio
                                 : name();
     if (!readable || applications.isEmpty())
         mylog(QStringLiteral("VantrelLog : share sheet: %1")
-                  .arg(!readable ? QStringLiteral("%1 cannot be read").arg(path)
-                                 : QStringLiteral("no application opens %1 (%2)")
-                                       .arg(path, mimeType())));
+                  .arg(!readable
+                           ? QStringLiteral("%1 cannot be read").arg(path)
+                           : QStringLiteral("no application opens %1 (%2)").arg(path, mimeType())));
     AlertController *sheet = AlertController::alertControllerWithTitle(
         tr("Open With"), message, AlertController::Style::ActionSheet);
     for (const DesktopApplication &application :

@@ -38,7 +38,9 @@ QString TestSupport::samplesDirectory()
 
 int TestSupport::fileMode(const QString &path)
 {
-    struct stat status {};
+    struct stat status
+    {
+    };
     if (::lstat(QFile::encodeName(path).constData(), &status) != 0)
         return -1;
     return int(status.st_mode & 07777);
