@@ -14,6 +14,7 @@
 #include <QProcess>
 #include <QPushButton>
 #include <QTest>
+#include <sys/stat.h>
 
 // Sharing recordings as a user does it: one straight to the share sheet, several packed into
 // a dated archive under a progress alert; and what is left on disk afterwards.
@@ -30,6 +31,8 @@ private slots:
     void occupiedArchiveName();
     void oneRecordingGoesToSheet();
     void mailedArchiveOutlivesSheet();
+    void archiveIsPrivate_data();
+    void archiveIsPrivate();
     void actionsInARowWhilePreviewIsUp();
     void quittingWithSheetUpLeavesNoArchive();
 
@@ -232,6 +235,40 @@ QStringList members(const QString &archive)
 }
 } // namespace
 
+void TestSharing::archiveIsPrivate_data()
+{
+    QTest::addColumn<QString>("runtime"); // where the working archive is made; empty: in /tmp
+    QTest::newRow("beside /tmp") << QString();
+    QTest::newRow("on another file system") << "/dev/shm";
+}
+
+void TestSharing::archiveIsPrivate()
+{
+    // Whatever the umask lets zip make, the archive in /tmp is its owner's alone, and it holds
+    // every recording.
+    QFETCH(QString, runtime);
+    QTemporaryDir folder((runtime.isEmpty() ? QDir::tempPath() : runtime) + "/vantrel-XXXXXX");
+    struct stat inTmp
+    {
+    }, inRuntime {};
+    QVERIFY(::stat("/tmp", &inTmp) == 0 && ::stat(qPrintable(folder.path()), &inRuntime) == 0);
+    if (runtime.isEmpty() == (inTmp.st_dev != inRuntime.st_dev))
+        QSKIP("no such file system here");
+    const QByteArray saved = qgetenv("XDG_RUNTIME_DIR");
+    qputenv("XDG_RUNTIME_DIR", folder.path().toLocal8Bit());
+    const mode_t umask = ::umask(022);
+    shareRows({ 0, 1, 2 });
+    QTest::mouseClick(alert()->buttonForAction("Zip and Share"), Qt::LeftButton);
+    QTRY_VERIFY(m_screen->window()->findChild<DocumentPreview *>());
+    ::umask(umask);
+    QTRY_VERIFY(!alert());
+    const bool moved = !QFile::exists(RecordingFiles::workingArchivePath());
+    qputenv("XDG_RUNTIME_DIR", saved);
+    QVERIFY(moved);
+    QCOMPARE(TestSupport::fileMode(archiveOf(2, 0)), 0600);
+    QCOMPARE(members(archiveOf(2, 0)), m_names);
+}
+
 void TestSharing::actionsInARowWhilePreviewIsUp()
 {
     QGuiApplication::clipboard()->clear();
@@ -239,9 +276,7 @@ void TestSharing::actionsInARowWhilePreviewIsUp()
     QTest::mouseClick(alert()->buttonForAction("Zip and Share"), Qt::LeftButton);
     QTRY_VERIFY(m_screen->window()->findChild<DocumentPreview *>());
     QTRY_VERIFY(!alert());
-    // Voicemails in /tmp: for their owner's eyes only.
     const QString archive = archiveOf(2, 0);
-    QCOMPARE(TestSupport::fileMode(archive), 0600);
 
     // Save a Copy…, thought better of in the file dialog; then Copy.
     press("Share");
