@@ -13,6 +13,7 @@
 #include <QMimeData>
 #include <QProcess>
 #include <QPushButton>
+#include <QScopeGuard>
 #include <QTest>
 #include <sys/stat.h>
 
@@ -255,16 +256,17 @@ void TestSharing::archiveIsPrivate()
     if (runtime.isEmpty() == (inTmp.st_dev != inRuntime.st_dev))
         QSKIP("no such file system here");
     const QByteArray saved = qgetenv("XDG_RUNTIME_DIR");
-    qputenv("XDG_RUNTIME_DIR", folder.path().toLocal8Bit());
     const mode_t umask = ::umask(022);
+    const auto restore = qScopeGuard([&] {
+        ::umask(umask);
+        qputenv("XDG_RUNTIME_DIR", saved);
+    });
+    qputenv("XDG_RUNTIME_DIR", folder.path().toLocal8Bit());
     shareRows({ 0, 1, 2 });
     QTest::mouseClick(alert()->buttonForAction("Zip and Share"), Qt::LeftButton);
     QTRY_VERIFY(m_screen->window()->findChild<DocumentPreview *>());
-    ::umask(umask);
     QTRY_VERIFY(!alert());
-    const bool moved = !QFile::exists(RecordingFiles::workingArchivePath());
-    qputenv("XDG_RUNTIME_DIR", saved);
-    QVERIFY(moved);
+    QVERIFY(!QFile::exists(RecordingFiles::workingArchivePath()));
     QCOMPARE(TestSupport::fileMode(archiveOf(2, 0)), 0600);
     QCOMPARE(members(archiveOf(2, 0)), m_names);
 }
