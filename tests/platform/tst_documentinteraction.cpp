@@ -18,6 +18,7 @@
 #include <QProcess>
 #include <QPushButton>
 #include <QRegularExpression>
+#include <QScopeGuard>
 #include <QTest>
 
 namespace {
@@ -129,7 +130,10 @@ private slots:
             { "data/applications/vantrel-test-viewer.desktop",
               entry.arg("Other Viewer", '"' + bin + "viewer\" --view=%f") },
             { "config/mimeapps.list",
-              "[Default Applications]\napplication/zip=vantrel-test-archiver.desktop\n" }
+              "[Default Applications]\napplication/zip=vantrel-test-archiver.desktop\n" },
+            // What a desktop environment sets for its own sessions only.
+            { "config/vantrel-mimeapps.list",
+              "[Default Applications]\napplication/zip=vantrel-test-viewer.desktop\n" }
         };
         for (const auto &[path, text] : files) {
             QVERIFY(QDir().mkpath(QFileInfo(m_home.filePath(path)).path()));
@@ -350,6 +354,30 @@ private slots:
         }
         QTest::keyClick(dialog, Qt::Key_Escape);
         QTRY_COMPARE(m_events, QStringList { "options" });
+    }
+
+    void openTakesTheDefault_data()
+    {
+        QTest::addColumn<QByteArray>("desktop"); // XDG_CURRENT_DESKTOP
+        QTest::addColumn<QStringList>("started");
+        QTest::newRow("any desktop") << QByteArray() << QStringList { "archiver", "%1" };
+        QTest::newRow("a desktop with defaults of its own")
+            << QByteArray("X-Other:Vantrel") << QStringList { "viewer", "--view=%1" };
+    }
+
+    void openTakesTheDefault()
+    {
+        QFETCH(QByteArray, desktop);
+        QFETCH(QStringList, started);
+        qputenv("XDG_CURRENT_DESKTOP", desktop);
+        const auto restore = qScopeGuard([] { qunsetenv("XDG_CURRENT_DESKTOP"); });
+        const QString path = file("Nov 15 2026 - 22:10:07.zip");
+        showMenu(path);
+        QTest::mouseClick(button("Open"), Qt::LeftButton);
+        QTRY_COMPARE(m_events.size(), 2);
+        const QString args = m_home.filePath("bin/" + started.takeFirst() + ".args");
+        QTRY_COMPARE(QString::fromUtf8(contents(args)).split(QChar(0), Qt::SkipEmptyParts),
+                     started.replaceInStrings("%1", path));
     }
 
     void notOpened_data()
