@@ -192,9 +192,12 @@ void TableController::sheetMayHaveEnded(DocumentInteractionController *controlle
         QFile::remove(path);
     for (auto it = interactionControllers.begin(); it != interactionControllers.end(); ++it) {
         if (it->get() == controller) {
-            // The controller is still on the stack that called us: it goes once that returns.
-            it->release()->deleteLater();
+            // The controller is still on the stack that called us: it goes once that returns,
+            // or with this screen when the program ends first.
+            DocumentInteractionController *released = it->release();
             interactionControllers.erase(it);
+            released->setParent(this);
+            released->deleteLater();
             return;
         }
     }
