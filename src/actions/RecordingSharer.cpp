@@ -2,6 +2,7 @@
 
 #include "RecordingFiles.h"
 
+#include <QFile>
 #include <QThreadPool>
 
 RecordingSharer::RecordingSharer(const QString &messagesDirectory, QObject *parent)
@@ -10,8 +11,11 @@ RecordingSharer::RecordingSharer(const QString &messagesDirectory, QObject *pare
 
 RecordingSharer::~RecordingSharer()
 {
-    if (m_run.valid())
-        m_run.wait();
+    if (!m_run.valid())
+        return;
+    m_run.wait();
+    // Nobody takes the archive any more: it would outlive the program.
+    QFile::remove(m_output);
 }
 
 QString RecordingSharer::sourcePath(const Entry &entry) const
@@ -33,6 +37,7 @@ void RecordingSharer::zipFiles(const QStringList &files, const QString &outputZi
 {
     if (isRunning())
         return;
+    m_output = outputZipFile;
     auto done = std::make_shared<std::promise<void>>();
     m_run = done->get_future();
     QThreadPool::globalInstance()->start([this, files, outputZipFile, done] {

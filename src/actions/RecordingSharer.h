@@ -16,7 +16,8 @@ class RecordingSharer : public QObject, private VantrelFileZipperDelegate
     Q_OBJECT
 public:
     explicit RecordingSharer(const QString &messagesDirectory, QObject *parent = nullptr);
-    // Waits for a run under way: the archiver reports to this object until it ends.
+    // Waits for a run under way (the archiver reports to this object until it ends) and
+    // removes the archive of the last run, unless it was taken elsewhere meanwhile.
     ~RecordingSharer() override;
 
     // The file a recording is shared as: its name with percent escapes removed, inside the
@@ -51,4 +52,5 @@ private:
     QString m_messagesDirectory;
     VantrelFileZipper m_zipper; // the shared archiver, made with the Messages directory
     std::future<void> m_run;
+    QString m_output; // the archive of the last run
 };

@@ -75,18 +75,11 @@ void TableController::deleteSelected(BarButtonItem *)
     // question or the button that asked it.
     table->setFocus(Qt::OtherFocusReason);
 
-    if (!removedAll) {
-        auto *alert = AlertController::alertControllerWithTitle(
-            QStringLiteral("Vantrel"),
-            QStringLiteral("The selected voicemails could not be deleted because some of them "
-                           "contain illegal characters in the filename. You will have to delete "
-                           "them manually from %1 directory.")
-                .arg(_messagesDirectory),
-            AlertController::Style::Alert);
-        alert->addAction(
-            AlertAction::actionWithTitle(QStringLiteral("Okay"), AlertAction::Style::Cancel));
-        alert->presentIn(tableView(), true);
-    }
+    if (!removedAll)
+        tellUser(QStringLiteral("The selected voicemails could not be deleted because some of "
+                                "them contain illegal characters in the filename. You will have "
+                                "to delete them manually from %1 directory.")
+                     .arg(_messagesDirectory));
 }
 
 void TableController::commitEditingStyle(TableViewDataSource::EditingStyle style,

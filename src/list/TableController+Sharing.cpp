@@ -4,8 +4,10 @@
 #include "TableController.h"
 #include "actions/RecordingFiles.h"
 #include "actions/RecordingSharer.h"
+#include "core/Log.h"
 #include "platform/AlertController.h"
 #include "platform/BarButtonItem.h"
+#include "platform/PrivateFiles.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -136,8 +138,11 @@ void TableController::zipFinished(bool success)
     QFile::remove(shared);
     sharedArchives.insert(shared);
     // A rename where it can, a copy across file systems otherwise (the working archive lives
-    // in the user's runtime folder, the shared one in /tmp).
-    const bool moved = QFile::rename(working, shared);
+    // in the user's runtime folder, the shared one in /tmp); private to the user either way.
+    const QString moveError = PrivateFiles::move(working, shared);
+    const bool moved = moveError.isEmpty();
+    if (!moved)
+        mylog(QStringLiteral("cannot move the archive to share: %1").arg(moveError));
 
     if (_currentAlert)
         _currentAlert->dismiss(true);
@@ -173,19 +178,40 @@ DocumentInteractionController *TableController::keepInteractionController(const 
     return interactionControllers.back().get();
 }
 
-void TableController::releaseInteractionController(DocumentInteractionController *controller)
+void TableController::sheetMayHaveEnded(DocumentInteractionController *controller)
 {
-    // A menu opened from a preview ends before the preview does: the preview keeps it.
-    if (controller->preview())
+    // A menu opened from a preview ends before the preview does, and an action's file
+    // chooser or question keeps its menu up: the archive and the controller stay until
+    // nothing of the sheet is left.
+    if (controller->isShowing())
         return;
+    // Only an archive of this flow holds ".zip", and only one this screen made is removed: a
+    // recording is never, whatever its name or folder holds. What it was handed to has a copy.
+    const QString path = controller->URL().toLocalFile();
+    if (RecordingFiles::isTemporaryArchive(path) && sharedArchives.remove(path))
+        QFile::remove(path);
     for (auto it = interactionControllers.begin(); it != interactionControllers.end(); ++it) {
         if (it->get() == controller) {
-            // The controller is still on the stack that called us: it goes once that returns.
-            it->release()->deleteLater();
+            // The controller is still on the stack that called us: it goes once that returns,
+            // or with this screen when the program ends first.
+            DocumentInteractionController *released = it->release();
             interactionControllers.erase(it);
+            released->setParent(this);
+            released->deleteLater();
             return;
         }
     }
+}
+
+void TableController::removeSessionFiles()
+{
+    // Waits for a run under way, whose archive then goes too.
+    recordingSharer.reset();
+    // Sheets still up close without a word.
+    interactionControllers.clear();
+    for (const QString &archive : std::as_const(sharedArchives))
+        QFile::remove(archive);
+    sharedArchives.clear();
 }
 
 QWidget *TableController::documentInteractionControllerViewControllerForPreview(
@@ -194,37 +220,26 @@ QWidget *TableController::documentInteractionControllerViewControllerForPreview(
     return view();
 }
 
-void TableController::removeTemporaryArchive(DocumentInteractionController *controller)
-{
-    // Only an archive of this flow holds ".zip", and only one this screen made is removed: a
-    // recording is never, whatever its name or folder holds.
-    const QString path = controller->URL().toLocalFile();
-    if (RecordingFiles::isTemporaryArchive(path) && sharedArchives.remove(path))
-        QFile::remove(path);
-}
-
 void TableController::documentInteractionControllerDidEndPreview(
     DocumentInteractionController *controller)
 {
-    removeTemporaryArchive(controller);
-    releaseInteractionController(controller);
+    sheetMayHaveEnded(controller);
 }
 
 void TableController::documentInteractionControllerDidEndSendingToApplication(
     DocumentInteractionController *controller, const QString &)
 {
-    removeTemporaryArchive(controller);
+    sheetMayHaveEnded(controller);
 }
 
 void TableController::documentInteractionControllerDidDismissOptionsMenu(
     DocumentInteractionController *controller)
 {
-    removeTemporaryArchive(controller);
-    releaseInteractionController(controller);
+    sheetMayHaveEnded(controller);
 }
 
 void TableController::documentInteractionControllerDidDismissOpenInMenu(
     DocumentInteractionController *controller)
 {
-    releaseInteractionController(controller);
+    sheetMayHaveEnded(controller);
 }

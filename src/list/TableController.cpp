@@ -73,7 +73,11 @@ TableController::TableController(const QString &messagesDirectory, QObject *pare
     setToolbarItems({ _shareButton, flexibleSpace, _trashButton }, false);
 }
 
-TableController::~TableController() = default;
+TableController::~TableController()
+{
+    // The program ends with this screen, also when it is stopped by a signal.
+    removeSessionFiles();
+}
 
 void TableController::viewDidLoad()
 {
@@ -168,11 +172,8 @@ bool TableController::eventFilter(QObject *watched, QEvent *event)
 
 void TableController::tellUser(const QString &message)
 {
-    auto *alert = AlertController::alertControllerWithTitle(QStringLiteral("Vantrel"), message,
-                                                            AlertController::Style::Alert);
-    alert->addAction(
-        AlertAction::actionWithTitle(QStringLiteral("Okay"), AlertAction::Style::Cancel));
-    alert->presentIn(tableView(), true);
+    AlertController::alertWithOkay(QStringLiteral("Vantrel"), message)
+        ->presentIn(tableView(), true);
 }
 
 void TableController::closeOpenRow()

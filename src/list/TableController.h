@@ -113,8 +113,8 @@ signals:
     void entriesReloaded();
 
 public:
-    // The share sheet's previews show over this screen; each end of a sheet removes the
-    // archive it showed, never a recording.
+    // The share sheet's previews show over this screen; the end of the last of a sheet's
+    // menus and preview removes the archive it showed, never a recording.
     QWidget *
     documentInteractionControllerViewControllerForPreview(DocumentInteractionController *) override;
     void
@@ -173,8 +173,12 @@ private:
     void closeOpenRow();
     // A share sheet for url, kept until one of its ends lets it go.
     DocumentInteractionController *keepInteractionController(const QUrl &url);
-    void releaseInteractionController(DocumentInteractionController *controller);
-    void removeTemporaryArchive(DocumentInteractionController *controller);
+    // Called at each end a sheet reports: once nothing of it is up, its archive is removed and
+    // the controller let go.
+    void sheetMayHaveEnded(DocumentInteractionController *controller);
+    // Every file made for this session, at its end: the archive of a run under way and those
+    // of sheets still up.
+    void removeSessionFiles();
 
     // Fields keep the list's own names: a leading underscore for a field behind an accessor,
     // none for the others.

@@ -53,6 +53,15 @@ AlertController::AlertController(const QString &title, const QString &message, S
     setAccessibleDescription(message);
 }
 
+AlertController *AlertController::alertWithOkay(const QString &title, const QString &message,
+                                                AlertAction::Handler okay)
+{
+    AlertController *alert = alertControllerWithTitle(title, message, Style::Alert);
+    alert->addAction(AlertAction::actionWithTitle(QStringLiteral("Okay"),
+                                                  AlertAction::Style::Cancel, std::move(okay)));
+    return alert;
+}
+
 void AlertController::addAction(const AlertAction &action)
 {
     m_actions.append(action);

@@ -57,6 +57,9 @@ public:
 
     static AlertController *alertControllerWithTitle(const QString &title, const QString &message,
                                                      Style preferredStyle);
+    // An alert that tells the user something, with one "Okay" that Escape also chooses.
+    static AlertController *alertWithOkay(const QString &title, const QString &message,
+                                          AlertAction::Handler okay = {});
 
     void addAction(const AlertAction &action);
     QList<AlertAction> actions() const { return m_actions; }

@@ -119,15 +119,22 @@ QStringList applicationDirectories()
 }
 
 // mimeapps.list files, most important first: the user's and the system's configuration, then
-// those beside the applications.
+// those beside the applications; in each folder the current desktop's own list
+// ("gnome-mimeapps.list", where distributions put a desktop's defaults) before the common one.
 QStringList mimeappsLists()
 {
+    QStringList names;
+    for (const QString &desktop :
+         QString::fromLocal8Bit(qgetenv("XDG_CURRENT_DESKTOP")).split(u':', Qt::SkipEmptyParts))
+        names << desktop.toLower() + QStringLiteral("-mimeapps.list");
+    names << QStringLiteral("mimeapps.list");
     QStringList lists;
     for (const QString &dir :
-         QStandardPaths::standardLocations(QStandardPaths::GenericConfigLocation))
-        lists << dir + QStringLiteral("/mimeapps.list");
-    for (const QString &dir : applicationDirectories())
-        lists << dir + QStringLiteral("/mimeapps.list");
+         QStandardPaths::standardLocations(QStandardPaths::GenericConfigLocation) +
+             applicationDirectories()) {
+        for (const QString &name : std::as_const(names))
+            lists << dir + u'/' + name;
+    }
     return lists;
 }
 

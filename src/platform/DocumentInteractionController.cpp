@@ -10,7 +10,6 @@
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QMimeDatabase>
-#include <QProcess>
 #include <QPushButton>
 
 std::unique_ptr<DocumentInteractionController>
@@ -39,6 +38,11 @@ AlertController *DocumentInteractionController::currentMenu() const
 DocumentPreview *DocumentInteractionController::preview() const
 {
     return m_preview;
+}
+
+bool DocumentInteractionController::isShowing() const
+{
+    return m_preview || m_optionsMenuUp || m_openInMenuUp;
 }
 
 QString DocumentInteractionController::name() const
@@ -113,6 +117,11 @@ void DocumentInteractionController::showOpenInMenu(const QList<DesktopApplicatio
                             : applications.isEmpty()
                                 ? tr("No application here opens “%1”.").arg(name())
                                 : name();
+    if (!readable || applications.isEmpty())
+        mylog(QStringLiteral("VantrelLog : share sheet: %1")
+                  .arg(!readable
+                           ? QStringLiteral("%1 cannot be read").arg(path)
+                           : QStringLiteral("no application opens %1 (%2)").arg(path, mimeType())));
     AlertController *sheet = AlertController::alertControllerWithTitle(
         tr("Open With"), message, AlertController::Style::ActionSheet);
     for (const DesktopApplication &application :
@@ -123,11 +132,10 @@ void DocumentInteractionController::showOpenInMenu(const QList<DesktopApplicatio
                 if (!self)
                     return;
                 self->m_sheet = nullptr;
-                const bool started = application.launch(self->handedOverPath());
-                if (!started)
-                    mylog(QStringLiteral("VantrelLog : could not start %1")
-                              .arg(application.desktopId()));
-                self->endMenus(started, application.desktopId());
+                if (!application.launch(self->handedOverPath()))
+                    return self->notOpened(QStringLiteral("%1 could not be started for %2")
+                                               .arg(application.desktopId(), self->filePath()));
+                self->endMenus(true, application.desktopId());
             }));
     }
     sheet->addAction(AlertAction::actionWithTitle(tr("Cancel"), AlertAction::Style::Cancel,
@@ -179,20 +187,12 @@ void DocumentInteractionController::closeMenus()
         dialog->hide();
         dialog->deleteLater();
     }
-    if (QProcess *query = std::exchange(m_query, nullptr)) {
-        query->disconnect(this);
-        query->deleteLater();
-    }
     if (QDBusPendingCallWatcher *call = std::exchange(m_portalCall, nullptr)) {
         call->disconnect(this);
         call->deleteLater();
     }
-    if (!m_portalRequest.isEmpty()) {
-        QDBusConnection::sessionBus().disconnect(
-            QString(), std::exchange(m_portalRequest, QString()),
-            QStringLiteral("org.freedesktop.portal.Request"), QStringLiteral("Response"), this,
-            SLOT(portalResponse(uint, QVariantMap)));
-    }
+    listenToPortalRequest(std::exchange(m_portalRequest, QString()), false);
+    m_portalAnswer = nullptr;
 }
 
 bool DocumentInteractionController::presentPreviewAnimated(bool)

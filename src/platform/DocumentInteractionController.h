@@ -5,6 +5,7 @@
 #include <QRect>
 #include <QUrl>
 #include <QVariantMap>
+#include <functional>
 #include <memory>
 
 class AlertController;
@@ -13,7 +14,6 @@ class DocumentInteractionController;
 class DocumentPreview;
 class QDBusPendingCallWatcher;
 class QFileDialog;
-class QProcess;
 
 // Told when the sheets of a DocumentInteractionController end. Not owned by the controller.
 // Each callback may release the controller; it then hears nothing more from it.
@@ -45,9 +45,11 @@ public:
 //
 // Every menu that closes, however it closes, is reported once, and after what it led to: a
 // file handed to an application first, then the open-in menu, then the options menu it was
-// opened from. Only Open and Open With… hand the file to an application; the other actions end
-// with the menu's dismissal alone. Sheets still up when the controller is destroyed go with it,
-// unreported.
+// opened from. A menu whose action opens something more (a file chooser, a question, an alert
+// that says what went wrong) ends when that is answered. Only Open and Open With… hand the file
+// to an application; the other actions end with the menu's dismissal alone. While a preview is
+// up its Share button opens the options menu again, as often as the user likes. Sheets still up
+// when the controller is destroyed go with it, unreported.
 class DocumentInteractionController : public QObject
 {
     Q_OBJECT
@@ -63,8 +65,9 @@ public:
     void setUTI(const QString &uti) { m_uti = uti; }
     QString name() const;
     // A file that goes when its sheet ends (an archive made only to be shared) is handed to
-    // other programs as a copy of its own, since they read it after the sheet has ended: a
-    // copy in the "Shared" folder of the user's cache, where copies older than a week go.
+    // other programs as a copy of its own, since they read it after the sheet has ended: one
+    // copy per controller, readable by its owner only, in the "Shared" folder of the user's
+    // cache, where copies older than a week go.
     bool handsOverCopy() const { return m_handsOverCopy; }
     void setHandsOverCopy(bool copy) { m_handsOverCopy = copy; }
     DocumentInteractionControllerDelegate *delegate() const { return m_delegate; }
@@ -80,6 +83,10 @@ public:
     void dismissMenuAnimated(bool animated);
     void dismissPreviewAnimated(bool animated);
 
+    // Whether anything of this controller is still up: the preview, or a menu with whatever
+    // its action opened. Once it is not, the controller has reported its last end.
+    bool isShowing() const;
+
     // What is on screen, for keyboard users' helpers and tests.
     AlertController *currentMenu() const;
     DocumentPreview *preview() const;
@@ -88,10 +95,12 @@ private slots:
     void portalResponse(uint response, const QVariantMap &results);
 
 private:
+    using PortalAnswer = std::function<void(uint response, const QVariantMap &results)>;
+
     explicit DocumentInteractionController(const QUrl &url);
     QString filePath() const { return m_url.toLocalFile(); }
     // The path to give another program: the file itself, or its hand-over copy.
-    QString handedOverPath() const;
+    QString handedOverPath();
     QString mimeType() const;
     void showOptionsMenu();
     void showOpenInMenu(const QList<DesktopApplication> &applications);
@@ -100,13 +109,26 @@ private:
     void endMenus(bool sent, QString application = QString());
     void closeMenus();
     void cancel() { endMenus(false); }
+    // Calls a method of the desktop portal that answers with a Response signal on a request
+    // object; its options gain the request's token. answered runs from the event loop with
+    // the response; unavailable runs at once when no portal takes the call.
+    void askPortal(const QString &interface, const QString &method, QVariantList arguments,
+                   QVariantMap options, PortalAnswer answered,
+                   const std::function<void()> &unavailable);
+    void listenToPortalRequest(const QString &path, bool listen);
 
     // The actions of the options menu (DocumentInteractionController+Actions.cpp).
     void openWithDefaultApplication();
     void openWithChooser();
     void saveCopy();
+    void saveCopyWithDialog();
     void saveCopyTo(const QString &destination, bool replace);
+    // Says in the window what went wrong, with "Okay"; the menus end once it is answered.
     void alertThenEnd(const QString &title, const QString &message);
+    // The same in a "Vantrel" alert: our own words to the user, the reason to the log.
+    void tellThenEnd(const QString &message, const QString &reason);
+    // A file that no application took.
+    void notOpened(const QString &reason);
     void copyToClipboard();
     void showInFiles();
     void mail();
@@ -121,8 +143,9 @@ private:
     bool m_openInMenuUp { false };
     QPointer<AlertController> m_sheet;
     QPointer<QFileDialog> m_saveDialog;
-    QPointer<QProcess> m_query;
     QPointer<QDBusPendingCallWatcher> m_portalCall;
     QString m_portalRequest;
+    PortalAnswer m_portalAnswer;
+    QString m_handOverCopy; // made on the first hand-over, then given every time
     QPointer<DocumentPreview> m_preview;
 };

@@ -6,10 +6,16 @@
 #include "platform/DocumentInteractionController.h"
 #include "platform/DocumentPreview.h"
 
+#include <QClipboard>
 #include <QDir>
+#include <QFileDialog>
+#include <QGuiApplication>
+#include <QMimeData>
 #include <QProcess>
 #include <QPushButton>
+#include <QScopeGuard>
 #include <QTest>
+#include <sys/stat.h>
 
 // Sharing recordings as a user does it: one straight to the share sheet, several packed into
 // a dated archive under a progress alert; and what is left on disk afterwards.
@@ -26,6 +32,10 @@ private slots:
     void occupiedArchiveName();
     void oneRecordingGoesToSheet();
     void mailedArchiveOutlivesSheet();
+    void archiveIsPrivate_data();
+    void archiveIsPrivate();
+    void actionsInARowWhilePreviewIsUp();
+    void quittingWithSheetUpLeavesNoArchive();
 
 private:
     AlertController *alert() const { return m_screen->alert(); }
@@ -201,6 +211,9 @@ void TestSharing::mailedArchiveOutlivesSheet()
     press("Share");
     press("Mail");
     QTRY_VERIFY(QFile::exists(attached));
+    // The preview still shows the archive; it goes with the preview.
+    QVERIFY(QFile::exists(archiveOf(2, 0)));
+    press("Done");
     QTRY_VERIFY(!QFile::exists(archiveOf(2, 0)));
     qputenv("PATH", path);
 
@@ -211,6 +224,104 @@ void TestSharing::mailedArchiveOutlivesSheet()
     QVERIFY(unzip.waitForFinished());
     QCOMPARE(QString(unzip.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts),
              QStringList({ m_names[0], m_names[2] }));
+}
+
+namespace {
+QStringList members(const QString &archive)
+{
+    QProcess unzip;
+    unzip.start("unzip", { "-Z1", archive });
+    unzip.waitForFinished();
+    return QString(unzip.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts);
+}
+} // namespace
+
+void TestSharing::archiveIsPrivate_data()
+{
+    QTest::addColumn<QString>("runtime"); // where the working archive is made; empty: in /tmp
+    QTest::newRow("beside /tmp") << QString();
+    QTest::newRow("on another file system") << "/dev/shm";
+}
+
+void TestSharing::archiveIsPrivate()
+{
+    // Whatever the umask lets zip make, the archive in /tmp is its owner's alone, and it holds
+    // every recording.
+    QFETCH(QString, runtime);
+    QTemporaryDir folder((runtime.isEmpty() ? QDir::tempPath() : runtime) + "/vantrel-XXXXXX");
+    struct stat inTmp
+    {
+    }, inRuntime {};
+    QVERIFY(::stat("/tmp", &inTmp) == 0 && ::stat(qPrintable(folder.path()), &inRuntime) == 0);
+    if (runtime.isEmpty() == (inTmp.st_dev != inRuntime.st_dev))
+        QSKIP("no such file system here");
+    const QByteArray saved = qgetenv("XDG_RUNTIME_DIR");
+    const mode_t umask = ::umask(022);
+    const auto restore = qScopeGuard([&] {
+        ::umask(umask);
+        qputenv("XDG_RUNTIME_DIR", saved);
+    });
+    qputenv("XDG_RUNTIME_DIR", folder.path().toLocal8Bit());
+    shareRows({ 0, 1, 2 });
+    QTest::mouseClick(alert()->buttonForAction("Zip and Share"), Qt::LeftButton);
+    QTRY_VERIFY(m_screen->window()->findChild<DocumentPreview *>());
+    QTRY_VERIFY(!alert());
+    QVERIFY(!QFile::exists(RecordingFiles::workingArchivePath()));
+    QCOMPARE(TestSupport::fileMode(archiveOf(2, 0)), 0600);
+    QCOMPARE(members(archiveOf(2, 0)), m_names);
+}
+
+void TestSharing::actionsInARowWhilePreviewIsUp()
+{
+    QGuiApplication::clipboard()->clear();
+    shareRows({ 0, 1, 2 });
+    QTest::mouseClick(alert()->buttonForAction("Zip and Share"), Qt::LeftButton);
+    QTRY_VERIFY(m_screen->window()->findChild<DocumentPreview *>());
+    QTRY_VERIFY(!alert());
+    const QString archive = archiveOf(2, 0);
+
+    // Save a Copy…, thought better of in the file dialog; then Copy.
+    press("Share");
+    press("Save a Copy…");
+    // Once it is clear that no portal answers.
+    QTRY_VERIFY(m_screen->window()->findChild<QFileDialog *>());
+    auto *dialog = m_screen->window()->findChild<QFileDialog *>();
+    QVERIFY(dialog->isVisible());
+    QTest::keyClick(dialog, Qt::Key_Escape);
+    QTRY_VERIFY(!m_screen->window()->findChild<QFileDialog *>());
+    QTRY_VERIFY(!alert());
+    QVERIFY(QFile::exists(archive));
+    press("Share");
+    press("Copy");
+    QTRY_VERIFY(!alert());
+    QVERIFY(QFile::exists(archive));
+    const QList<QUrl> copied = QGuiApplication::clipboard()->mimeData()->urls();
+    QCOMPARE(copied.size(), 1);
+    const QString pasted = copied.first().toLocalFile();
+    QCOMPARE(members(pasted), m_names);
+    QCOMPARE(TestSupport::fileMode(pasted), 0600);
+
+    // The archive goes with the preview; what was copied stays for whoever pastes it.
+    press("Done");
+    QTRY_VERIFY(!QFile::exists(archive));
+    QCOMPARE(members(pasted), m_names);
+    QCOMPARE(QDir(m_screen->messages()).entryList(QDir::Files).size(), 3);
+}
+
+void TestSharing::quittingWithSheetUpLeavesNoArchive()
+{
+    shareRows({ 0, 2 });
+    QTest::mouseClick(alert()->buttonForAction("Zip and Share"), Qt::LeftButton);
+    QTRY_VERIFY(m_screen->window()->findChild<DocumentPreview *>());
+    QTRY_VERIFY(!alert());
+    press("Share");
+    press("Save a Copy…");
+    QTRY_VERIFY(m_screen->window()->findChild<QFileDialog *>());
+    QVERIFY(QFile::exists(archiveOf(2, 0)));
+    // As the program ends, on a closed window or a signal.
+    m_screen.reset();
+    QVERIFY(!QFile::exists(archiveOf(2, 0)));
+    QVERIFY(!QFile::exists(RecordingFiles::workingArchivePath()));
 }
 
 QTEST_MAIN(TestSharing)

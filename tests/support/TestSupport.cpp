@@ -4,6 +4,7 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <sys/stat.h>
 
 bool TestSupport::writeFile(const QString &path, const QByteArray &contents)
 {
@@ -33,4 +34,14 @@ QStringList TestSupport::logLinesSince(qint64 offset)
 QString TestSupport::samplesDirectory()
 {
     return qEnvironmentVariable("VANTREL_SAMPLES");
+}
+
+int TestSupport::fileMode(const QString &path)
+{
+    struct stat status
+    {
+    };
+    if (::lstat(QFile::encodeName(path).constData(), &status) != 0)
+        return -1;
+    return int(status.st_mode & 07777);
 }

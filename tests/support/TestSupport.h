@@ -17,6 +17,9 @@ QString recordingName(const QString &kind, const QString &address, const QString
 QStringList logLinesSince(qint64 offset);
 qint64 logSize();
 
+// The permission bits of a file as ls shows them, such as 0600; -1 when there is none.
+int fileMode(const QString &path);
+
 // The demo samples of the source tree.
 QString samplesDirectory();
 
