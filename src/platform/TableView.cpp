@@ -90,7 +90,12 @@ TableView::TableView(QWidget *parent)
             });
 }
 
-TableView::~TableView() = default;
+TableView::~TableView()
+{
+    // The focus leaves the table only in QWidget's own destructor, when it is no table any
+    // more: it must not hear of that.
+    disconnect(qApp, &QApplication::focusChanged, this, nullptr);
+}
 
 void TableView::setBackgroundColor(const QColor &color)
 {

@@ -291,9 +291,13 @@ void VantrelProgressView::setShowTimeLabels(bool show)
 
 void VantrelProgressView::setFrame(const QRectF &frame)
 {
+    const bool resized = frame.width() != m_frame.width();
     m_frame = frame;
     setGeometry(pixels(frame));
     layoutSubviews();
+    // A bar made wider or narrower (its window resized) keeps the knob at the same time.
+    if (resized && _totalDuration > 0)
+        placeKnob(m_middleFrame.width() * (_currentTime / _totalDuration));
 }
 
 void VantrelProgressView::layoutSubviews()

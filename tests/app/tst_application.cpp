@@ -330,6 +330,13 @@ void TestApplication::aDesktopKnowsTheWindowByItsAppId()
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert("DISPLAY", display);
     environment.insert("QT_QPA_PLATFORM", "xcb");
+    // Under AddressSanitizer: libxkbcommon-x11 reads the X server's keymap names with strndup
+    // from buffers that do not end in a NUL, which strict string checks report as an overflow
+    // inside that library; everything else stays checked.
+    if (environment.contains("ASAN_OPTIONS"))
+        environment.insert("ASAN_OPTIONS",
+                           environment.value("ASAN_OPTIONS")
+                               .replace("strict_string_checks=1", "strict_string_checks=0"));
     QProcess vantrel;
     vantrel.setProcessEnvironment(environment);
     vantrel.start(QStringLiteral(VANTREL_EXECUTABLE), { "--messages-dir", messages() });

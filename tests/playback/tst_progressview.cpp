@@ -178,6 +178,17 @@ private slots:
         QVERIFY(std::abs(drawnKnob().first - seeks.last()) < 0.5);
     }
 
+    void aWiderBarKeepsTheKnobAtItsTime()
+    {
+        m_bar->setTotalDuration(kTrack);
+        m_bar->setCurrentTime(kTrack / 2);
+        m_container->resize(1200, 54);
+        const QRectF wide(56.5, 0, 1200 - 114.5, 40);
+        m_bar->setFrame(wide);
+        const double width = track(m_bar)->width();
+        QVERIFY2(std::abs(drawnKnob().first - width / 2) < 1, qPrintable(QString::number(width)));
+    }
+
     void aScreenReaderMeetsASlider()
     {
         m_bar->setTotalDuration(kTrack);
