@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(
     # build
     cmake ninja-build g++ pkg-config
-    qt6-base-dev qt6-base-dev-tools qt6-multimedia-dev qt6-svg-dev qt6-sensors-dev
+    qt6-base-dev qt6-base-dev-tools qt6-svg-dev qt6-sensors-dev
     libphonenumber-dev libpulse-dev libavformat-dev libavcodec-dev libswresample-dev libavutil-dev
     libbenchmark-dev
     # the desktop's address books (GNOME, Phosh): Evolution Data Server's client library

@@ -43,9 +43,9 @@ bool VantrelFileZipper::zipSourceFilePaths(const QStringList &sourceFilePaths,
                                            bool preserveOriginalDirs,
                                            VantrelFileZipperDelegate *delegate)
 {
-    // 1.
     setZipProgressDelegate(delegate);
-    // 2.
+    // The names zip is given: bare names inside the Messages directory, unless told to keep
+    // the paths as they are.
     QStringList items;
     if (preserveOriginalDirs) {
         items = sourceFilePaths;
@@ -53,17 +53,16 @@ bool VantrelFileZipper::zipSourceFilePaths(const QStringList &sourceFilePaths,
         for (const QString &path : sourceFilePaths)
             items << QFileInfo(path).fileName();
     }
-    // 3.
+    // The counts the progress alert shows.
     s_totalFiles = int(items.size());
     s_percent = 0;
     s_currentIndex = 0;
-    // 4.
     m_zipProgressDelegate->zippingDidStart();
-    // 5.
+    // The screen stays awake while zip runs.
     IdleTimer::setIdleTimerDisabled(true);
-    // 6. Every run starts a fresh archive.
+    // Every run starts a fresh archive.
     QFile::remove(destinationPath);
-    // 7.
+    // One zip run per file, each adding it to the archive and reporting progress.
     for (const QString &item : std::as_const(items)) {
         mylog(QStringLiteral("zip destination path %1, path %2").arg(destinationPath, item));
         const QString source = QStringLiteral("%1/%2").arg(m_messagesDirectory, item);
@@ -89,11 +88,9 @@ bool VantrelFileZipper::zipSourceFilePaths(const QStringList &sourceFilePaths,
         m_zipProgressDelegate->zipProgressUpdatedWithPercent(s_percent, item, s_currentIndex,
                                                              s_totalFiles);
     }
-    // 8.
     IdleTimer::setIdleTimerDisabled(false);
-    // 9. An archive that exists counts as done, whatever it holds.
+    // An archive that exists counts as done, whatever it holds.
     const bool success = QFileInfo::exists(destinationPath);
-    // 10.
     m_zipProgressDelegate->zippingDidFinishSuccessfully(success);
     return success;
 }

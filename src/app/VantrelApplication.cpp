@@ -42,15 +42,15 @@ VantrelApplication *VantrelApplication::sharedApplication()
 
 void VantrelApplication::applicationDidFinishLaunching()
 {
-    // 1. Tell the recording side at once; the list does not exist yet, so leaving edit mode
-    //    does nothing.
+    // Tell the recording side at once; the list does not exist yet, so leaving edit mode
+    // does nothing.
     appBecameForeground();
 
-    // 2.
+    // And again at every return to the foreground.
     connect(this, &VantrelApplication::willEnterForeground, this,
             &VantrelApplication::appBecameForeground);
 
-    // 3. and 4. The full-screen window, see-through where a compositor draws it.
+    // The window, see-through where a compositor draws it.
     _window = std::make_unique<QWidget>();
     _window->setWindowTitle(QStringLiteral("Vantrel Plus"));
     _window->setObjectName(QStringLiteral("VantrelWindow"));
@@ -61,18 +61,18 @@ void VantrelApplication::applicationDidFinishLaunching()
     applyBackgroundStyle();
     _window->installEventFilter(this);
 
-    // 5.
+    // The list of recordings, read from the Messages directory now.
     _tableController = std::make_unique<TableController>(m_messagesDirectory);
 
     // The player asks for the proximity rule at every change of its playing state.
     connect(_tableController->playerController(), &VantrelPlayer::audioRouteChanged, this,
             &VantrelApplication::audioRouteChanged);
 
-    // 6. The list's own route handler.
+    // The list's own route handler.
     connect(AudioSession::sharedInstance(), &AudioSession::routeChanged, _tableController.get(),
             &TableController::audioRouteChanged);
 
-    // 7.
+    // The list under its navigation bar fills the window.
     _viewController = new RootViewController(_tableController.get(), _window.get());
     auto *layout = new QVBoxLayout(_window.get());
     layout->setContentsMargins(0, 0, 0, 0);
@@ -93,20 +93,18 @@ void VantrelApplication::applicationDidFinishLaunching()
             });
     _window->activateWindow();
 
-    // 8.
+    // Each time the application becomes active the list is read again.
     connect(this, &VantrelApplication::didBecomeActive, this,
             &VantrelApplication::reloadEntriesInTable);
 
-    // 9.
+    // Whatever arrived while it was closed has been seen now.
     LauncherBadge::setApplicationIconBadgeNumber(0);
 
-    // 10. There is no media-player bundle to load: the player is part of the program.
-
-    // 11.
+    // The recording component asks for a fresh list by name.
     NotifyCenter::addObserver(QStringLiteral("net.zorvath.vantrel.updateApplicationTable"), this,
                               SLOT(updateCallback()));
 
-    // 12.
+    // Playback, not recording: the loudspeaker is the default route.
     AudioSession::sharedInstance()->setCategory(AudioSession::AVAudioSessionCategoryPlayback);
 }
 

@@ -1,7 +1,5 @@
 #include "PulseConnection.h"
 
-#include "PulseOutput.h"
-
 #include <pulse/error.h>
 #include <pulse/proplist.h>
 
@@ -11,11 +9,11 @@ bool PulseConnection::open(pa_context_notify_cb_t stateChanged,
     close();
     loop = pa_threaded_mainloop_new();
     pa_proplist *application = pa_proplist_new();
-    pa_proplist_sets(application, PA_PROP_APPLICATION_NAME, PulseOutput::kApplicationName);
-    pa_proplist_sets(application, PA_PROP_APPLICATION_ID, PulseOutput::kApplicationId);
-    pa_proplist_sets(application, PA_PROP_APPLICATION_ICON_NAME, PulseOutput::kApplicationId);
+    pa_proplist_sets(application, PA_PROP_APPLICATION_NAME, kApplicationName);
+    pa_proplist_sets(application, PA_PROP_APPLICATION_ID, kApplicationId);
+    pa_proplist_sets(application, PA_PROP_APPLICATION_ICON_NAME, kApplicationId);
     context = pa_context_new_with_proplist(pa_threaded_mainloop_get_api(loop),
-                                           PulseOutput::kApplicationName, application);
+                                           kApplicationName, application);
     pa_proplist_free(application);
     pa_context_set_state_callback(context, stateChanged, owner);
     if (subscribed)

@@ -11,6 +11,11 @@
 // both need. It never starts a server: without one there is no sound, and the owner says so.
 struct PulseConnection
 {
+    // What the connection tells the server about the application, for the desktop's sound
+    // settings and a phone's audio policy.
+    static constexpr const char *kApplicationName = "Vantrel Plus";
+    static constexpr const char *kApplicationId = "net.zorvath.vantrel";
+
     pa_threaded_mainloop *loop { nullptr };
     pa_context *context { nullptr };
 

@@ -38,10 +38,6 @@ public:
         std::function<void(const QString &reason)> failed;
     };
 
-    // What the stream tells the server about itself, for the desktop's sound settings and a
-    // phone's audio policy.
-    static constexpr const char *kApplicationName = "Vantrel Plus";
-    static constexpr const char *kApplicationId = "net.zorvath.vantrel";
     static constexpr int kLatencyMs = 50;
 
     PulseOutput() = default;

@@ -603,6 +603,17 @@ bool TableView::focusNextPrevChild(bool next)
     return QAbstractScrollArea::focusNextPrevChild(next);
 }
 
+int TableView::rowAPageFrom(int row, int direction) const
+{
+    if (m_rowCount == 0)
+        return -1;
+    row = qBound(0, row, m_rowCount - 1);
+    // The row a screen's height away, whatever the rows' heights; at least the next one.
+    const int y = m_offsets[size_t(row)] + direction * viewport()->height();
+    const int paged = rowAtContentY(qBound(0, y, qMax(0, m_offsets.back() - 1)));
+    return paged == row ? row + direction : paged;
+}
+
 bool TableView::moveAmongRowControls(int step)
 {
     const TableViewCell *cell = m_visibleCells.value(m_focusedRow);
@@ -782,7 +793,7 @@ void TableView::mouseReleaseEvent(QMouseEvent *event)
 void TableView::keyPressEvent(QKeyEvent *event)
 {
     m_keyboardInUse = true;
-    const int page = qMax(1, viewport()->height() / 54);
+
     // Keys that a row's control let through (it reached the table from inside a cell): the
     // arrows walk the row's buttons or move to another row, which takes the focus back.
     const bool fromControl = !hasFocus();
@@ -824,10 +835,10 @@ void TableView::keyPressEvent(QKeyEvent *event)
         setFocusedRow(m_focusedRow < 0 ? 0 : m_focusedRow - 1);
         break;
     case Qt::Key_PageDown:
-        setFocusedRow(m_focusedRow + page);
+        setFocusedRow(rowAPageFrom(m_focusedRow, 1));
         break;
     case Qt::Key_PageUp:
-        setFocusedRow(m_focusedRow - page);
+        setFocusedRow(rowAPageFrom(m_focusedRow, -1));
         break;
     case Qt::Key_Home:
         setFocusedRow(0);

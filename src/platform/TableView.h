@@ -164,6 +164,8 @@ private:
     void evictQueuedCells();
     bool mustKeep(const TableViewCell *cell) const;
     int rowAtContentY(int y) const;
+    // The row that Page Down (direction 1) or Page Up (-1) moves the focus to from row.
+    int rowAPageFrom(int row, int direction) const;
     bool canShowDelete(int row);
     void setSwipeOffset(int row, int offset);
     void scrollerStateChanged(QScroller::State state);

@@ -26,31 +26,29 @@ bool isLoud()
 VantrelPlayer::VantrelPlayer(const QString &messagesDirectory, QObject *parent)
     : QObject(parent), m_messagesDirectory(messagesDirectory), m_shelf(std::make_unique<QWidget>())
 {
-    // 1.
+    // Controls made for a phone-wide row; they follow the row's width once placed in one.
     bounds = Screen::mainScreenBounds();
     const int width = bounds.width();
-    // 2.
     AudioSession::sharedInstance()->setCategory(AudioSession::AVAudioSessionCategoryPlayback);
-    // 3. Children are clipped to their parent, as the container's contents must be.
+    // Children are clipped to their parent, as the container's contents must be.
     m_container = new QWidget(m_shelf.get());
     m_container->setObjectName(QStringLiteral("PlayerControls"));
     m_container->setGeometry(0, 0, width, qRound(kContainerHeight));
     m_container->installEventFilter(this);
-    // 4. There is no media-player bundle to load: the scrub bar is part of the program.
-    // 5.
+    // The scrub bar between the play button and the speaker, with both times shown.
     const QRectF progressFrame = progressFrameForWidth(width);
     m_progressView = new VantrelProgressView(progressFrame, m_container);
     m_progressView->setShowTimeLabels(true);
     m_progressView->setDelegate(this);
     m_progressView->setFrame(progressFrame);
-    // 6.
+    // Play, showing pause while the recording plays.
     m_playbackButton = new Button(m_container);
     m_playbackButton->setObjectName(QStringLiteral("PlayButton"));
     m_playbackButton->setGeometry(8, 0, 40, 40);
     m_playbackButton->setImage(QStringLiteral("play"), Button::State::Normal);
     m_playbackButton->setImage(QStringLiteral("pause"), Button::State::Selected);
     connect(m_playbackButton, &Button::clicked, this, &VantrelPlayer::togglePlay);
-    // 7.
+    // The loudspeaker switch, on while the sound goes to the loudspeaker.
     m_speakerButton = new Button(m_container);
     m_speakerButton->setObjectName(QStringLiteral("SpeakerButton"));
     m_speakerButton->setGeometry(speakerFrameForWidth(width));
@@ -60,7 +58,7 @@ VantrelPlayer::VantrelPlayer(const QString &messagesDirectory, QObject *parent)
     m_speakerButton->setImageEdgeInsets(
         QMargins(kSpeakerInset, kSpeakerInset, kSpeakerInset, kSpeakerInset));
     m_speakerButton->setSelected(isLoud());
-    // 8.
+    // The red banner that takes the controls' place when a recording cannot be played.
     _errorView = new QWidget(m_container);
     _errorView->setObjectName(QStringLiteral("PlayerError"));
     _errorView->setGeometry(m_container->geometry());
@@ -84,7 +82,6 @@ VantrelPlayer::VantrelPlayer(const QString &messagesDirectory, QObject *parent)
     m_removal.setSingleShot(true);
     m_removal.setInterval(kRemovalDelayMs);
     connect(&m_removal, &QTimer::timeout, this, [this] { m_container->setParent(m_shelf.get()); });
-    // 9.
     s_sharedPlayer = this;
 }
 
@@ -201,18 +198,15 @@ void VantrelPlayer::resetErrorView()
 
 void VantrelPlayer::setupPlayerForCell(PlayerCell *cell)
 {
-    // 1. A row closed and opened again in quick succession keeps its controls.
+    // A row closed and opened again in quick succession keeps its controls.
     m_removal.stop();
     if (!cell)
         return;
-    // 2.
     const QString filePath = cell->filePath();
-    // 3.
     resetErrorView();
-    // 4.
     m_urlString =
         filePath.isNull() ? QString() : QStringLiteral("%1/%2").arg(m_messagesDirectory, filePath);
-    // 5. The recording opens on the player's thread; the row learns which way it went.
+    // The recording opens on the player's thread; the row learns which way it went.
     m_player = makePlayer();
     const QPointer<QWidget> playerView = cell->playerView();
     const int fileSize = cell->fileSize();
@@ -230,8 +224,8 @@ void VantrelPlayer::setupPlayerForCell(PlayerCell *cell)
 void VantrelPlayer::didLoadForCell(bool ok, QPointer<QWidget> playerView, int fileSize,
                                    int fileDuration)
 {
-    // 6. Whatever the reason, a recording that does not open shows the banner, worded by what
-    //    the row knows of its file.
+    // Whatever the reason, a recording that does not open shows the banner, worded by what
+    // the row knows of its file.
     if (!ok) {
         if (m_player)
             m_player.release()->deleteLater(); // it is still telling of its failure
@@ -243,7 +237,6 @@ void VantrelPlayer::didLoadForCell(bool ok, QPointer<QWidget> playerView, int fi
         }
         return;
     }
-    // 7.
     m_loaded = true;
     m_player->setMeteringEnabled(true);
     m_player->setDelegate(this);
@@ -262,7 +255,7 @@ void VantrelPlayer::didLoadForCell(bool ok, QPointer<QWidget> playerView, int fi
 
 void VantrelPlayer::togglePlay()
 {
-    // 1. After destroyPlayer, the recording last set up is opened again.
+    // After destroyPlayer, the recording last set up is opened again.
     if (!m_player) {
         m_player = makePlayer();
         if (!m_player) {
@@ -272,12 +265,10 @@ void VantrelPlayer::togglePlay()
         connect(m_player.get(), &AudioPlayer::loaded, this, &VantrelPlayer::didLoadForPlay);
         m_player->setDelegate(this);
     }
-    // 2.
     if (m_player->isPlaying())
         m_player->pause();
     else
         m_player->play();
-    // 3.
     handlePlaybackStateChanged();
 }
 
@@ -313,18 +304,15 @@ void VantrelPlayer::invalidateTimer()
 
 void VantrelPlayer::handlePlaybackStateChanged()
 {
-    // 1.
     const bool playing = isPlaying();
-    // 2. and 3. A timer already running is left to run beside the new one.
+    // A timer already running is left to run beside the new one.
     if (playing) {
         _playerWasPlaying = true;
         m_playerTimer = scheduleScrubberTimer();
     } else {
         invalidateTimer();
     }
-    // 4.
     m_playbackButton->setSelected(playing);
-    // 5.
     emit audioRouteChanged();
     emit playbackChanged();
 }
@@ -422,24 +410,16 @@ void VantrelPlayer::audioPlayerDecodeErrorDidOccur(AudioPlayer *, const QString 
 
 void VantrelPlayer::destroyPlayer(PlayerCell *)
 {
-    // 1.
     resetErrorView();
-    // 2.
     if (m_player)
         m_player->stop();
-    // 3.
     invalidateTimer();
-    // 4.
     emit audioRouteChanged();
-    // 5.
     m_player.reset();
     m_loaded = false;
-    // 6. Nothing is looked up: the row is not needed to take the controls down.
-    // 7.
+    // Nothing is looked up: the row is not needed to take the controls down.
     m_removal.start();
-    // 8.
     m_playbackButton->setSelected(false);
-    // 9.
     m_progressView->setCurrentTime(0);
     emit playbackChanged();
 }

@@ -35,12 +35,13 @@ public:
         cell->keep = kept.contains(indexPath.row);
         return cell;
     }
-    double heightForRowAtIndexPath(const IndexPath &) override { return 54; }
+    double heightForRowAtIndexPath(const IndexPath &) override { return height; }
     void didSelectRowAtIndexPath(const IndexPath &indexPath) override { selected << indexPath.row; }
     bool canEditRowAtIndexPath(const IndexPath &indexPath) override { return indexPath.row != 0; }
 
     TableView *m_table;
     int count = 200;
+    double height = 54;
     bool perRowIdentifiers = false;
     QSet<int> kept;
     QList<int> selected;
@@ -58,6 +59,7 @@ private slots:
     void buttonInCellTakesItsClick();
     void flickCarriesOnUntilAPress();
     void keysRevealDeleteAndEscapeNeverOpens();
+    void pageKeysMoveAScreenOfRowsOfAnyHeight();
     void keptCellsComeBack_data();
     void keptCellsComeBack();
 
@@ -194,6 +196,22 @@ void TestTableView::keysRevealDeleteAndEscapeNeverOpens()
     QVERIFY(!m_table->indexPathForSelectedRow());
     QTest::keyClick(m_table.get(), Qt::Key_Escape);
     QCOMPARE(m_rows->selected, QList<int>({ 1, 1 }));
+}
+
+void TestTableView::pageKeysMoveAScreenOfRowsOfAnyHeight()
+{
+    m_rows->height = 100; // six rows to the 600-point screen
+    m_table->reloadData();
+    m_table->setFocus();
+    const QList<std::pair<Qt::Key, int>> presses = {
+        { Qt::Key_PageDown, 6 }, { Qt::Key_PageDown, 12 }, { Qt::Key_PageUp, 6 },
+        { Qt::Key_End, 199 },    { Qt::Key_PageDown, 199 }, { Qt::Key_Home, 0 },
+    };
+    for (const auto &[key, row] : presses) {
+        QTest::keyClick(m_table.get(), key);
+        QCOMPARE(m_table->focusedRow(), row);
+        QVERIFY(m_table->cellForRowAtIndexPath({ 0, row })); // brought on screen
+    }
 }
 
 void TestTableView::keptCellsComeBack_data()
