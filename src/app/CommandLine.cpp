@@ -1,5 +1,6 @@
 #include "CommandLine.h"
 
+#include <QCommandLineParser>
 #include <QFile>
 #include <QRegularExpression>
 #include <cerrno>
@@ -11,107 +12,111 @@ namespace {
 
 constexpr int kMaxWindowSide = 10000;
 
-// Qt reads these itself; the ones in the first list take a value.
-const QStringList kQtOptionsWithValue = {
-    QStringLiteral("-platform"),        QStringLiteral("-platformpluginpath"),
-    QStringLiteral("-platformtheme"),   QStringLiteral("-plugin"),
-    QStringLiteral("-qwindowgeometry"), QStringLiteral("-qwindowtitle"),
-    QStringLiteral("-qwindowicon"),     QStringLiteral("-style"),
-    QStringLiteral("-stylesheet"),      QStringLiteral("-session"),
-    QStringLiteral("-display"),         QStringLiteral("-geometry")
-};
-const QStringList kQtFlags = { QStringLiteral("-reverse"), QStringLiteral("-nograb"),
-                               QStringLiteral("-dograb"), QStringLiteral("-sync"),
-                               QStringLiteral("-widgetcount") };
+// Qt reads these itself, and may be given them on any program's command line; the first take a
+// value.
+const QStringList kQtOptionsWithValue = { QStringLiteral("platform"),
+                                          QStringLiteral("platformpluginpath"),
+                                          QStringLiteral("platformtheme"),
+                                          QStringLiteral("plugin"),
+                                          QStringLiteral("qwindowgeometry"),
+                                          QStringLiteral("qwindowtitle"),
+                                          QStringLiteral("qwindowicon"),
+                                          QStringLiteral("style"),
+                                          QStringLiteral("stylesheet"),
+                                          QStringLiteral("session"),
+                                          QStringLiteral("display"),
+                                          QStringLiteral("geometry"),
+                                          QStringLiteral("name") };
+const QStringList kQtFlags = { QStringLiteral("reverse"), QStringLiteral("nograb"),
+                               QStringLiteral("dograb"), QStringLiteral("sync"),
+                               QStringLiteral("widgetcount") };
 
 CommandLine failure(const QString &message)
 {
     CommandLine result;
     result.action = CommandLine::Action::Fail;
-    result.error = message;
+    result.error = QStringLiteral("vantrel: ") + message;
     return result;
+}
+
+// The argument as typed that named an option the parser did not know.
+QString typedArgument(const QStringList &arguments, const QString &name)
+{
+    for (const QString &argument : arguments.mid(1)) {
+        QString bare = argument.section(u'=', 0, 0);
+        while (bare.startsWith(u'-'))
+            bare.remove(0, 1);
+        if (argument.startsWith(u'-') && bare == name)
+            return argument;
+    }
+    return name;
 }
 
 } // namespace
 
 CommandLine CommandLine::parse(const QStringList &arguments, const QProcessEnvironment &environment)
 {
+    QCommandLineParser parser;
+    // Qt's own options come with one dash and whole words (-platform offscreen).
+    parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
+    const QCommandLineOption messagesDirectory(QStringLiteral("messages-dir"), QString(),
+                                               QStringLiteral("DIR"));
+    const QCommandLineOption contacts(QStringLiteral("contacts"), QString(), QStringLiteral("PATH"));
+    const QCommandLineOption demo(QStringLiteral("demo"));
+    const QCommandLineOption size(QStringLiteral("size"), QString(), QStringLiteral("WxH"));
+    const QCommandLineOption screenshot(QStringLiteral("screenshot"), QString(),
+                                       QStringLiteral("FILE"));
+    const QCommandLineOption help(QStringLiteral("help"));
+    const QCommandLineOption version(QStringLiteral("version"));
+    parser.addOptions({ messagesDirectory, contacts, demo, size, screenshot, help, version });
+    for (const QString &name : kQtOptionsWithValue)
+        parser.addOption(QCommandLineOption(name, QString(), QStringLiteral("value")));
+    for (const QString &name : kQtFlags)
+        parser.addOption(QCommandLineOption(name));
+
+    if (!parser.parse(arguments)) {
+        if (!parser.unknownOptionNames().isEmpty())
+            return failure(QStringLiteral("unknown option '%1' (see --help)")
+                               .arg(typedArgument(arguments, parser.unknownOptionNames().first())));
+        return failure(parser.errorText());
+    }
+    if (!parser.positionalArguments().isEmpty())
+        return failure(QStringLiteral("unexpected argument '%1' (see --help)")
+                           .arg(parser.positionalArguments().first()));
+
     CommandLine result;
     LaunchOptions &options = result.options;
-    if (const QString dir = environment.value(QStringLiteral("VANTREL_MESSAGES_DIR"));
-        !dir.isEmpty())
-        options.messagesDirectory = dir;
-    options.contactsPath = environment.value(QStringLiteral("VANTREL_CONTACTS"));
-
-    for (qsizetype i = 1; i < arguments.size(); ++i) {
-        const QString &argument = arguments[i];
-        if (kQtOptionsWithValue.contains(argument)) {
-            ++i;
-            continue;
-        }
-        if (kQtFlags.contains(argument))
-            continue;
-        if (!argument.startsWith(QLatin1String("--"))) {
-            return failure(
-                argument.startsWith(u'-')
-                    ? QStringLiteral("vantrel: unknown option '%1' (see --help)").arg(argument)
-                    : QStringLiteral("vantrel: unexpected argument '%1' (see --help)")
-                          .arg(argument));
-        }
-
-        QString name = argument;
-        std::optional<QString> inlineValue;
-        if (const qsizetype equals = argument.indexOf(u'='); equals > 0) {
-            name = argument.left(equals);
-            inlineValue = argument.mid(equals + 1);
-        }
-        const auto value = [&]() -> std::optional<QString> {
-            if (inlineValue)
-                return inlineValue;
-            if (i + 1 < arguments.size())
-                return arguments[++i];
-            return std::nullopt;
-        };
-        const auto flagOnly = [&]() { return !inlineValue; };
-
-        if (name == QLatin1String("--help") && flagOnly()) {
-            result.action = Action::ShowHelp;
-        } else if (name == QLatin1String("--version") && flagOnly()) {
-            result.action = Action::ShowVersion;
-        } else if (name == QLatin1String("--demo") && flagOnly()) {
-            options.demo = true;
-        } else if (name == QLatin1String("--messages-dir") || name == QLatin1String("--contacts") ||
-                   name == QLatin1String("--screenshot") || name == QLatin1String("--size")) {
-            const std::optional<QString> given = value();
-            if (!given)
-                return failure(QStringLiteral("vantrel: option '%1' needs a value").arg(name));
-            if (given->isEmpty())
-                return failure(
-                    QStringLiteral("vantrel: option '%1' needs a non-empty value").arg(name));
-            if (name == QLatin1String("--messages-dir")) {
-                options.messagesDirectory = *given;
-            } else if (name == QLatin1String("--contacts")) {
-                options.contactsPath = *given;
-            } else if (name == QLatin1String("--screenshot")) {
-                options.screenshotPath = *given;
-            } else {
-                static const QRegularExpression sizePattern(
-                    QStringLiteral("^([0-9]{1,5})x([0-9]{1,5})$"));
-                const QRegularExpressionMatch match = sizePattern.match(*given);
-                const int width = match.hasMatch() ? match.captured(1).toInt() : 0;
-                const int height = match.hasMatch() ? match.captured(2).toInt() : 0;
-                if (width < 1 || height < 1 || width > kMaxWindowSide || height > kMaxWindowSide) {
-                    return failure(QStringLiteral("vantrel: invalid value '%1' for --size "
-                                                  "(expected WxH, such as 375x667)")
-                                       .arg(*given));
-                }
-                options.windowSize = QSize(width, height);
-            }
-        } else {
-            return failure(
-                QStringLiteral("vantrel: unknown option '%1' (see --help)").arg(argument));
-        }
+    for (const QCommandLineOption *option : { &messagesDirectory, &contacts, &size, &screenshot }) {
+        if (parser.isSet(*option) && parser.value(*option).isEmpty())
+            return failure(QStringLiteral("option '--%1' needs a non-empty value")
+                               .arg(option->names().first()));
     }
+    options.messagesDirectory = parser.value(messagesDirectory);
+    if (options.messagesDirectory.isEmpty())
+        options.messagesDirectory = environment.value(QStringLiteral("VANTREL_MESSAGES_DIR"));
+    if (options.messagesDirectory.isEmpty())
+        options.messagesDirectory = LaunchOptions::kDefaultMessagesDirectory;
+    options.contactsPath = parser.isSet(contacts)
+                               ? parser.value(contacts)
+                               : environment.value(QStringLiteral("VANTREL_CONTACTS"));
+    options.demo = parser.isSet(demo);
+    options.screenshotPath = parser.value(screenshot);
+    if (parser.isSet(size)) {
+        static const QRegularExpression sizePattern(QStringLiteral("^([0-9]{1,5})x([0-9]{1,5})$"));
+        const QString given = parser.value(size);
+        const QRegularExpressionMatch match = sizePattern.match(given);
+        const int width = match.hasMatch() ? match.captured(1).toInt() : 0;
+        const int height = match.hasMatch() ? match.captured(2).toInt() : 0;
+        if (width < 1 || height < 1 || width > kMaxWindowSide || height > kMaxWindowSide)
+            return failure(QStringLiteral("invalid value '%1' for --size "
+                                          "(expected WxH, such as 375x667)")
+                               .arg(given));
+        options.windowSize = QSize(width, height);
+    }
+    if (parser.isSet(help))
+        result.action = Action::ShowHelp;
+    else if (parser.isSet(version))
+        result.action = Action::ShowVersion;
     return result;
 }
 

@@ -34,7 +34,8 @@ struct CommandLine
 
     // arguments include the program name first. VANTREL_MESSAGES_DIR and VANTREL_CONTACTS do
     // what --messages-dir and --contacts do; an option wins over its variable. Qt's own
-    // single-dash options (-platform NAME ...) are left for Qt.
+    // single-dash options (-platform NAME ...) are left for Qt. Read with QCommandLineParser,
+    // which needs no application object, so that --help answers on a machine without a display.
     static CommandLine parse(const QStringList &arguments, const QProcessEnvironment &environment);
     static QString helpText();
     // Why the contacts at path cannot be read (no such file, no permission), or nothing when

@@ -54,7 +54,13 @@ void TestCommandLine::parse_data()
         << QSize() << "vantrel: unexpected argument 'inbox' (see --help)";
     QTest::newRow("missing value")
         << QStringList { "--messages-dir" } << QStringList {} << int(Action::Fail) << standard << ""
-        << QSize() << "vantrel: option '--messages-dir' needs a value";
+        << QSize() << "vantrel: Missing value after '--messages-dir'.";
+    QTest::newRow("empty value")
+        << QStringList { "--contacts=" } << QStringList {} << int(Action::Fail) << standard << ""
+        << QSize() << "vantrel: option '--contacts' needs a non-empty value";
+    QTest::newRow("value for a flag")
+        << QStringList { "--demo=yes" } << QStringList {} << int(Action::Fail) << standard << ""
+        << QSize() << "vantrel: Unexpected value after '--demo'.";
     for (const char *bad : { "375", "0x667", "375x", "-5x10", "375x667x2", "99999x2" }) {
         QTest::newRow(qPrintable(QStringLiteral("size %1").arg(bad)))
             << QStringList { "--size", bad } << QStringList {} << int(Action::Fail) << standard
