@@ -1,6 +1,7 @@
 #include "BenchScreen.h"
 
 #include "app/RootViewController.h"
+#include "app/Services.h"
 
 #include <QApplication>
 #include <QFile>
@@ -17,6 +18,7 @@ bool BenchScreen::open(const char *benchmarkName)
     // The list reads its address book from the environment, as in the application.
     qputenv("VANTREL_CONTACTS", QFile::encodeName(data.contactsFile()));
 
+    Services::install();
     controller = std::make_unique<TableController>(data.messagesDirectory());
     window = std::make_unique<QWidget>();
     window->setFixedSize(375, 667);

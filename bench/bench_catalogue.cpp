@@ -1,6 +1,6 @@
 // How long the list takes to read the Messages directory, and what the address book costs.
 #include "BenchData.h"
-#include "store/ContactStore.h"
+#include "contacts/ContactStore.h"
 #include "store/RecordingCatalogue.h"
 
 #include <QFile>

@@ -7,7 +7,7 @@
 // cannot do without.
 #include "BenchScreen.h"
 #include "list/TableController.h"
-#include "store/ContactStore.h"
+#include "contacts/ContactStore.h"
 #include "store/RecordingCatalogue.h"
 #include "store/RecordingName.h"
 #include "store/VTDirectoryWatcher.h"

@@ -2,7 +2,7 @@
 // with the list built as the application builds it, over a heavy user's directory.
 #include "BenchScreen.h"
 #include "list/TableController.h"
-#include "platform/TableViewCell.h"
+#include "toolkit/TableViewCell.h"
 
 #include <QApplication>
 #include <QElapsedTimer>

@@ -4,7 +4,7 @@
 // memory than a minute (it should not: the player streams).
 #include "BenchData.h"
 #include "BenchScreen.h"
-#include "platform/AudioPlayer.h"
+#include "audio/AudioPlayer.h"
 
 #include <QCoreApplication>
 #include <QEventLoop>

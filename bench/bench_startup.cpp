@@ -3,7 +3,7 @@
 // lifetime is the measure, and its peak resident set comes back with wait4().
 #include "BenchData.h"
 #include "EvolutionServer.h"
-#include "store/DesktopAddressBook.h"
+#include "contacts/DesktopAddressBook.h"
 
 #include <QCoreApplication>
 #include <QFile>

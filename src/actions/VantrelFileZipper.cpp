@@ -1,7 +1,7 @@
 #include "VantrelFileZipper.h"
 
 #include "core/Log.h"
-#include "platform/IdleTimer.h"
+#include "desktop/IdleTimer.h"
 
 #include <QFile>
 #include <QFileInfo>

@@ -3,7 +3,7 @@
 #include "MprisAdaptors.h"
 #include "VantrelApplication.h"
 #include "list/TableController.h"
-#include "platform/AudioPlayer.h"
+#include "audio/AudioPlayer.h"
 #include "playback/VantrelPlayer.h"
 
 #include <QCoreApplication>

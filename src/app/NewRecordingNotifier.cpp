@@ -2,7 +2,7 @@
 
 #include "core/Log.h"
 #include "list/TableController.h"
-#include "platform/LauncherBadge.h"
+#include "desktop/LauncherBadge.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/NavigationController.h"
+#include "toolkit/NavigationController.h"
 
 // The navigation controller that hosts the list: a class of the application's own that adds
 // nothing to its base.

@@ -3,12 +3,13 @@
 #include "MediaPlayer2.h"
 #include "NewRecordingNotifier.h"
 #include "RootViewController.h"
+#include "Services.h"
 #include "list/TableController.h"
-#include "platform/AudioSession.h"
-#include "platform/Device.h"
-#include "platform/LauncherBadge.h"
-#include "platform/NotifyCenter.h"
-#include "platform/Screen.h"
+#include "audio/AudioSession.h"
+#include "desktop/Device.h"
+#include "desktop/LauncherBadge.h"
+#include "desktop/NotifyCenter.h"
+#include "toolkit/Screen.h"
 #include "playback/VantrelPlayer.h"
 
 #include <QEvent>
@@ -42,6 +43,8 @@ VantrelApplication *VantrelApplication::sharedApplication()
 
 void VantrelApplication::applicationDidFinishLaunching()
 {
+    Services::install();
+
     // Tell the recording side at once; the list does not exist yet, so leaving edit mode
     // does nothing.
     appBecameForeground();

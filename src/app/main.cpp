@@ -4,7 +4,7 @@
 #include "QuitOnSignal.h"
 #include "VantrelApplication.h"
 #include "core/Log.h"
-#include "platform/Screen.h"
+#include "toolkit/Screen.h"
 
 #include <QProcessEnvironment>
 #include <cstdio>

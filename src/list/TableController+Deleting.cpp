@@ -2,9 +2,9 @@
 
 #include "TableController.h"
 #include "actions/RecordingDeleter.h"
-#include "platform/AlertController.h"
-#include "platform/BarButtonItem.h"
-#include "platform/View.h"
+#include "toolkit/AlertController.h"
+#include "toolkit/BarButtonItem.h"
+#include "toolkit/View.h"
 
 #include <algorithm>
 

@@ -3,9 +3,9 @@
 
 #include "TableController.h"
 #include "VTCell.h"
-#include "platform/BarButtonItem.h"
-#include "platform/NavigationController.h"
-#include "platform/Toolbar.h"
+#include "toolkit/BarButtonItem.h"
+#include "toolkit/NavigationController.h"
+#include "toolkit/Toolbar.h"
 #include "playback/VantrelPlayer.h"
 
 void TableController::toggleEdit()

@@ -4,9 +4,10 @@
 #include "TableController.h"
 #include "VTCell.h"
 #include "core/Log.h"
-#include "platform/AlertController.h"
-#include "platform/Url.h"
-#include "platform/View.h"
+#include "toolkit/AlertController.h"
+#include "core/Url.h"
+#include "desktop/UrlOpening.h"
+#include "toolkit/View.h"
 #include "playback/VantrelPlayer.h"
 #include "store/Transcript.h"
 
@@ -102,8 +103,8 @@ void TableController::dial(const QString &address)
         return;
     }
     // Asked without waiting: the answer comes from xdg-mime.
-    Url::canOpenURL(*url, this, [this, url = *url](bool registered) {
-        if (registered && Url::openURL(url))
+    UrlOpening::canOpenURL(*url, this, [this, url = *url](bool registered) {
+        if (registered && UrlOpening::openURL(url))
             return;
         mylog(QStringLiteral("call back: %1 %2")
                   .arg(url.toString(), registered

@@ -5,7 +5,7 @@
 #include "TableController.h"
 #include "VTCell.h"
 #include "core/Log.h"
-#include "platform/View.h"
+#include "toolkit/View.h"
 #include "playback/VantrelPlayer.h"
 
 #include <QAccessible>

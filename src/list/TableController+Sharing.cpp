@@ -5,9 +5,9 @@
 #include "actions/RecordingFiles.h"
 #include "actions/RecordingSharer.h"
 #include "core/Log.h"
-#include "platform/AlertController.h"
-#include "platform/BarButtonItem.h"
-#include "platform/PrivateFiles.h"
+#include "toolkit/AlertController.h"
+#include "toolkit/BarButtonItem.h"
+#include "desktop/PrivateFiles.h"
 
 #include <QFile>
 #include <QFileInfo>

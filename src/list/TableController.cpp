@@ -3,18 +3,19 @@
 #include "VTCell.h"
 #include "actions/RecordingSharer.h"
 #include "core/Log.h"
-#include "platform/AudioSession.h"
-#include "platform/BarButtonItem.h"
-#include "platform/Device.h"
-#include "platform/NavigationBar.h"
-#include "platform/NavigationController.h"
-#include "platform/NotifyCenter.h"
-#include "platform/TableViewCell.h"
-#include "platform/Toolbar.h"
-#include "platform/Url.h"
-#include "platform/View.h"
+#include "audio/AudioSession.h"
+#include "toolkit/BarButtonItem.h"
+#include "desktop/Device.h"
+#include "toolkit/NavigationBar.h"
+#include "toolkit/NavigationController.h"
+#include "desktop/NotifyCenter.h"
+#include "toolkit/TableViewCell.h"
+#include "toolkit/Toolbar.h"
+#include "core/Url.h"
+#include "desktop/UrlOpening.h"
+#include "toolkit/View.h"
 #include "playback/VantrelPlayer.h"
-#include "store/ContactStore.h"
+#include "contacts/ContactStore.h"
 #include "store/RecordingCatalogue.h"
 
 #include <QEvent>
@@ -273,9 +274,9 @@ void TableController::openSettings()
         return;
     }
     // Asking the desktop for a handler takes a process: the screen goes on meanwhile.
-    Url::canOpenURL(*url, this, [url = *url](bool canOpen) {
+    UrlOpening::canOpenURL(*url, this, [url = *url](bool canOpen) {
         // No settings application here: the recording component shows its settings instead.
-        if (!canOpen || !Url::openURL(url))
+        if (!canOpen || !UrlOpening::openURL(url))
             NotifyCenter::notify_post(kOpenSettings);
     });
 }

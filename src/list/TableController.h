@@ -1,9 +1,9 @@
 #pragma once
 
-#include "platform/AlertController.h"
-#include "platform/DocumentInteractionController.h"
-#include "platform/Monogrammer.h"
-#include "platform/TableViewController.h"
+#include "toolkit/AlertController.h"
+#include "desktop/DocumentInteractionController.h"
+#include "contacts/Monogrammer.h"
+#include "toolkit/TableViewController.h"
 #include "store/Entry.h"
 #include "store/MessagesDirectoryFollower.h"
 #include "store/VTDirectoryWatcher.h"

@@ -1,8 +1,8 @@
 #include "VTCell.h"
 
 #include "TableController.h"
-#include "platform/Screen.h"
-#include "platform/View.h"
+#include "toolkit/Screen.h"
+#include "toolkit/View.h"
 
 #include <QEvent>
 #include <QTimer>

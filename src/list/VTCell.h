@@ -1,7 +1,7 @@
 #pragma once
 
-#include "platform/Button.h"
-#include "platform/TableViewCell.h"
+#include "toolkit/Button.h"
+#include "toolkit/TableViewCell.h"
 #include "playback/PlayerCell.h"
 
 #include <QPointer>

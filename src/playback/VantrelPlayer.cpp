@@ -2,11 +2,11 @@
 
 #include "PlayerCell.h"
 #include "core/Log.h"
-#include "platform/AudioSession.h"
-#include "platform/Button.h"
-#include "platform/Screen.h"
-#include "platform/Url.h"
-#include "platform/View.h"
+#include "audio/AudioSession.h"
+#include "toolkit/Button.h"
+#include "toolkit/Screen.h"
+#include "core/Url.h"
+#include "toolkit/View.h"
 
 #include <QEvent>
 #include <QLabel>

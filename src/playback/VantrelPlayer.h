@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/AudioPlayer.h"
+#include "audio/AudioPlayer.h"
 #include "playback/VantrelProgressView.h"
 
 #include <QObject>

@@ -1,9 +1,9 @@
 #include "VantrelProgressView.h"
 
-#include "PanGestureRecognizer.h"
+#include "toolkit/PanGestureRecognizer.h"
 #include "TimeText.h"
-#include "platform/Label.h"
-#include "platform/View.h"
+#include "toolkit/Label.h"
+#include "toolkit/View.h"
 
 #include <QAccessibleWidget>
 #include <QKeyEvent>
@@ -180,14 +180,18 @@ private:
     QVariantAnimation m_animation;
 };
 
-VantrelProgressView::VantrelProgressView(const QRectF &frame, QWidget *parent)
-    : QWidget(parent), m_frame(frame)
+void VantrelProgressView::installAccessibility()
 {
-    static const bool sliderAccessible = [] {
+    static const bool installed = [] {
         QAccessible::installFactory(sliderFactory);
         return true;
     }();
-    Q_UNUSED(sliderAccessible);
+    Q_UNUSED(installed);
+}
+
+VantrelProgressView::VantrelProgressView(const QRectF &frame, QWidget *parent)
+    : QWidget(parent), m_frame(frame)
+{
     setGeometry(pixels(frame));
     setFocusPolicy(Qt::StrongFocus);
     const double width = frame.width();

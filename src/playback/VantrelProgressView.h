@@ -28,6 +28,9 @@ class VantrelProgressView : public QWidget
 {
     Q_OBJECT
 public:
+    // A screen reader meets the bar as a slider with a value: installed once at start-up.
+    static void installAccessibility();
+
     explicit VantrelProgressView(const QRectF &frame, QWidget *parent = nullptr);
     ~VantrelProgressView() override;
 

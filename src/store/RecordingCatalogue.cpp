@@ -1,7 +1,7 @@
 #include "RecordingCatalogue.h"
 
 #include "RecordingName.h"
-#include "store/ContactStore.h"
+#include "contacts/ContactStore.h"
 
 #include <QFile>
 #include <QHash>

@@ -1,9 +1,9 @@
 #include "ListScreen.h"
 #include "TestSupport.h"
 #include "actions/RecordingDeleter.h"
-#include "platform/AlertController.h"
-#include "platform/NavigationBar.h"
-#include "platform/Toolbar.h"
+#include "toolkit/AlertController.h"
+#include "toolkit/NavigationBar.h"
+#include "toolkit/Toolbar.h"
 
 #include <QApplication>
 #include <QDir>

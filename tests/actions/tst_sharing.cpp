@@ -2,9 +2,9 @@
 #include "TestSupport.h"
 #include "actions/RecordingFiles.h"
 #include "actions/VantrelFileZipper.h"
-#include "platform/AlertController.h"
-#include "platform/DocumentInteractionController.h"
-#include "platform/DocumentPreview.h"
+#include "toolkit/AlertController.h"
+#include "desktop/DocumentInteractionController.h"
+#include "desktop/DocumentPreview.h"
 
 #include <QClipboard>
 #include <QDir>

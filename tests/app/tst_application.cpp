@@ -1,10 +1,10 @@
 #include "TestSupport.h"
 #include "app/VantrelApplication.h"
 #include "list/TableController.h"
-#include "platform/AudioSession.h"
-#include "platform/Button.h"
-#include "platform/Device.h"
-#include "platform/TableView.h"
+#include "audio/AudioSession.h"
+#include "toolkit/Button.h"
+#include "desktop/Device.h"
+#include "toolkit/TableView.h"
 #include "playback/VantrelPlayer.h"
 
 #include <QDBusArgument>

@@ -3,9 +3,9 @@
 #include "TestSupport.h"
 #include "app/VantrelApplication.h"
 #include "list/TableController.h"
-#include "platform/Button.h"
-#include "platform/Label.h"
-#include "platform/TableView.h"
+#include "toolkit/Button.h"
+#include "toolkit/Label.h"
+#include "toolkit/TableView.h"
 #include "playback/VantrelPlayer.h"
 
 #include <QDBusConnection>

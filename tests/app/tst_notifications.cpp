@@ -3,7 +3,7 @@
 #include "TestSupport.h"
 #include "app/VantrelApplication.h"
 #include "list/TableController.h"
-#include "platform/AlertController.h"
+#include "toolkit/AlertController.h"
 #include "playback/VantrelPlayer.h"
 
 #include <QDBusConnection>

@@ -1,9 +1,9 @@
 #include "ListScreen.h"
 #include "TestSupport.h"
-#include "platform/BarButton.h"
-#include "platform/Label.h"
-#include "platform/NavigationBar.h"
-#include "platform/View.h"
+#include "toolkit/BarButton.h"
+#include "toolkit/Label.h"
+#include "toolkit/NavigationBar.h"
+#include "toolkit/View.h"
 #include "playback/VantrelPlayer.h"
 
 #include <QDir>

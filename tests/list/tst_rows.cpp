@@ -1,8 +1,8 @@
 #include "ListScreen.h"
 #include "TestSupport.h"
-#include "platform/AlertController.h"
-#include "platform/NavigationBar.h"
-#include "platform/NavigationController.h"
+#include "toolkit/AlertController.h"
+#include "toolkit/NavigationBar.h"
+#include "toolkit/NavigationController.h"
 #include "playback/VantrelPlayer.h"
 
 #include <QAccessible>

@@ -2,8 +2,8 @@
 #include "PrivateSoundServer.h"
 #include "SoundMonitor.h"
 #include "TestSupport.h"
-#include "platform/AudioSession.h"
-#include "platform/Button.h"
+#include "audio/AudioSession.h"
+#include "toolkit/Button.h"
 #include "playback/PlayerCell.h"
 #include "playback/VantrelPlayer.h"
 

@@ -45,6 +45,7 @@ class TestProgressView : public QObject
 {
     Q_OBJECT
 private slots:
+    void initTestCase() { VantrelProgressView::installAccessibility(); }
     void init()
     {
         m_container = std::make_unique<QWidget>();

@@ -1,5 +1,5 @@
 #include "TestSupport.h"
-#include "store/ContactStore.h"
+#include "contacts/ContactStore.h"
 #include "store/Entry.h"
 #include "store/RecordingCatalogue.h"
 

@@ -1,7 +1,8 @@
 #include "ListScreen.h"
 
 #include "TestSupport.h"
-#include "platform/AlertController.h"
+#include "app/Services.h"
+#include "toolkit/AlertController.h"
 
 #include <QAbstractButton>
 #include <QDir>
@@ -11,6 +12,7 @@
 
 ListScreen::ListScreen()
 {
+    Services::install();
     QDir(m_root.path()).mkdir(QStringLiteral("Messages"));
     // Callers in the contacts are shown by name; everybody else by number.
     TestSupport::writeFile(m_root.filePath(QStringLiteral("contacts.vcf")),

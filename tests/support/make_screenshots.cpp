@@ -9,10 +9,10 @@
 #include "app/VantrelApplication.h"
 #include "list/TableController.h"
 #include "list/VTCell.h"
-#include "platform/AlertController.h"
-#include "platform/BarButtonItem.h"
-#include "platform/Button.h"
-#include "platform/DocumentPreview.h"
+#include "toolkit/AlertController.h"
+#include "toolkit/BarButtonItem.h"
+#include "toolkit/Button.h"
+#include "desktop/DocumentPreview.h"
 #include "playback/VantrelPlayer.h"
 
 #include <QFile>

@@ -1,0 +1,891 @@
+#include "TableView.h"
+
+#include "TableViewCell.h"
+#include "View.h"
+
+#include <QApplication>
+#include <QKeyEvent>
+#include <QMouseEvent>
+#include <QPainter>
+#include <QPushButton>
+#include <QScrollBar>
+#include <QScrollerProperties>
+#include <QVariantAnimation>
+#include <algorithm>
+#include <cmath>
+
+namespace {
+// The phone animates row heights over about a third of a second.
+constexpr int kHeightAnimationMs = 300;
+// A press that moves further than this, in any direction, is not a tap.
+constexpr int kTapSlop = 10;
+// Far outside any widget: where a press that became a scroll is let go, so that nothing
+// under it takes it for a click.
+constexpr QPointF kFarAway { -QWIDGETSIZE_MAX, -QWIDGETSIZE_MAX };
+constexpr int kDeleteButtonWidth = 82;
+} // namespace
+
+TableView::TableView(QWidget *parent)
+    : QAbstractScrollArea(parent), m_heightAnimation(new QVariantAnimation(this)),
+      m_scroller(QScroller::scroller(viewport())),
+      m_deleteButton(new QPushButton(QStringLiteral("Delete"), viewport()))
+{
+    m_deleteButton->hide();
+    m_deleteButton->setFocusPolicy(Qt::NoFocus);
+    m_deleteButton->setAccessibleName(QStringLiteral("Delete"));
+    m_deleteButton->setStyleSheet(
+        QStringLiteral("QPushButton { background: rgb(255,59,48); color: white;"
+                       " border: none; font-size: 17px; }"));
+    connect(m_deleteButton, &QPushButton::clicked, this, [this] {
+        const int row = m_deleteRow;
+        hideDelete();
+        if (m_dataSource && row >= 0 && row < m_rowCount)
+            m_dataSource->commitEditingStyle(TableViewDataSource::EditingStyle::Delete, { 0, row });
+    });
+    setFrameShape(QFrame::NoFrame);
+    setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
+    useOverlayScrollBars(this);
+    setFocusPolicy(Qt::StrongFocus);
+    verticalScrollBar()->setSingleStep(20);
+    viewport()->setAutoFillBackground(false);
+
+    // One gesture drives the scroller: a widget holds one scroller gesture at a time, and Qt
+    // turns a touch nobody takes into mouse events, which a touch gesture beside this one
+    // would see too and scroll the list twice. So a finger and the mouse scroll alike.
+    QScroller::grabGesture(viewport(), QScroller::LeftMouseButtonGesture);
+    QScrollerProperties properties = m_scroller->scrollerProperties();
+    // Presses go at once to what is under them (a cell's buttons, a swipe, a tap): the
+    // scroller's delayed presses reach Qt 6.4 widgets at the wrong place. Once the press
+    // becomes a scroll it is let go far away (scrollerStateChanged).
+    properties.setScrollMetric(QScrollerProperties::MousePressEventDelay, 0.0);
+    // Any press on a moving list stops it, however slowly it moves, and is not a tap.
+    properties.setScrollMetric(QScrollerProperties::MaximumClickThroughVelocity, 0.0);
+    properties.setScrollMetric(QScrollerProperties::HorizontalOvershootPolicy,
+                               QVariant::fromValue(QScrollerProperties::OvershootAlwaysOff));
+    properties.setScrollMetric(QScrollerProperties::VerticalOvershootPolicy,
+                               QVariant::fromValue(QScrollerProperties::OvershootWhenScrollable));
+    m_scroller->setScrollerProperties(properties);
+    connect(m_scroller, &QScroller::stateChanged, this, &TableView::scrollerStateChanged);
+
+    connect(qApp, &QApplication::focusChanged, this,
+            [this](QWidget *, QWidget *now) { focusChanged(now); });
+
+    m_heightAnimation->setDuration(kHeightAnimationMs);
+    // Starts quickly, so that a tapped row moves in the very next frame, and settles softly.
+    m_heightAnimation->setEasingCurve(QEasingCurve::OutCubic);
+    m_heightAnimation->setStartValue(0.0);
+    m_heightAnimation->setEndValue(1.0);
+    connect(m_heightAnimation, &QVariantAnimation::valueChanged, this,
+            [this](const QVariant &value) {
+                const double progress = value.toDouble();
+                for (size_t row = 0; row < m_heights.size(); ++row)
+                    m_heights[row] =
+                        m_fromHeights[row] + (m_toHeights[row] - m_fromHeights[row]) * progress;
+                recomputeOffsets();
+                updateScrollRange();
+                layoutCells();
+            });
+}
+
+TableView::~TableView()
+{
+    // The focus leaves the table only in QWidget's own destructor, when it is no table any
+    // more: it must not hear of that.
+    disconnect(qApp, &QApplication::focusChanged, this, nullptr);
+}
+
+void TableView::setBackgroundColor(const QColor &color)
+{
+    m_backgroundColor = color;
+    viewport()->update();
+}
+
+int TableView::numberOfRowsInSection(int section) const
+{
+    return section == 0 ? m_rowCount : 0;
+}
+
+void TableView::reloadData()
+{
+    m_heightAnimation->stop();
+    m_scroller->stop();
+    m_selectedRows.clear();
+    for (auto it = m_visibleCells.cbegin(); it != m_visibleCells.cend(); ++it)
+        enqueue(it.value(), -1); // the rows may be others now
+    m_visibleCells.clear();
+    evictQueuedCells();
+    hideDelete();
+
+    m_rowCount = m_dataSource ? qMax(0, m_dataSource->numberOfRowsInSection(0)) : 0;
+    m_toHeights.assign(size_t(m_rowCount), 44.0);
+    if (m_delegate) {
+        for (int row = 0; row < m_rowCount; ++row)
+            m_toHeights[size_t(row)] = m_delegate->heightForRowAtIndexPath({ 0, row });
+    }
+    m_heights = m_toHeights;
+    m_fromHeights = m_toHeights;
+    if (m_focusedRow >= m_rowCount || (m_focusedRow < 0 && hasFocus()))
+        m_focusedRow = m_rowCount - 1 < 0 ? -1 : qMin(qMax(m_focusedRow, 0), m_rowCount - 1);
+    recomputeOffsets();
+    updateScrollRange();
+    layoutCells();
+}
+
+void TableView::beginUpdates()
+{
+    ++m_updateDepth;
+}
+
+void TableView::endUpdates()
+{
+    if (m_updateDepth > 0 && --m_updateDepth > 0)
+        return;
+    // Rows removed or added behind the table's back (a reload of the list between a removal
+    // and its end): what the data source says wins.
+    if (m_dataSource && m_dataSource->numberOfRowsInSection(0) != m_rowCount) {
+        reloadData();
+        return;
+    }
+    std::vector<double> heights(size_t(m_rowCount), 44.0);
+    if (m_delegate) {
+        for (int row = 0; row < m_rowCount; ++row)
+            heights[size_t(row)] = m_delegate->heightForRowAtIndexPath({ 0, row });
+    }
+    if (heights == m_toHeights && !m_heightAnimation->state())
+        return;
+    m_heightAnimation->stop();
+    m_fromHeights = m_heights;
+    m_toHeights = std::move(heights);
+    m_heightAnimation->start();
+}
+
+void TableView::deleteRowsAtIndexPaths(const QList<IndexPath> &indexPaths)
+{
+    QList<int> gone;
+    for (const IndexPath &path : indexPaths) {
+        if (path.section == 0 && path.row >= 0 && path.row < m_rowCount && !gone.contains(path.row))
+            gone.append(path.row);
+    }
+    if (gone.isEmpty())
+        return;
+    std::sort(gone.begin(), gone.end());
+    beginUpdates();
+    hideDelete();
+    m_heightAnimation->stop();
+    m_swipeRow = -1;
+    const auto newRow = [&gone](int row) {
+        if (row < 0 || gone.contains(row))
+            return -1;
+        return row - int(std::lower_bound(gone.cbegin(), gone.cend(), row) - gone.cbegin());
+    };
+
+    QMap<int, TableViewCell *> visible;
+    for (auto it = m_visibleCells.cbegin(); it != m_visibleCells.cend(); ++it) {
+        if (const int row = newRow(it.key()); row >= 0)
+            visible.insert(row, it.value());
+        else
+            enqueue(it.value(), -1);
+    }
+    m_visibleCells = visible;
+    for (auto it = m_queuedRows.begin(); it != m_queuedRows.end(); ++it)
+        it.value() = newRow(it.value());
+    QList<int> selected;
+    for (const int row : std::as_const(m_selectedRows)) {
+        if (const int moved = newRow(row); moved >= 0)
+            selected.append(moved);
+    }
+    m_selectedRows = selected;
+
+    // A removed row's height is given, for the animation, to the row above it (or below, at
+    // the top), so the gap closes where the row was.
+    std::vector<double> heights;
+    double carried = 0;
+    for (int row = 0; row < m_rowCount; ++row) {
+        const double height = m_heights[size_t(row)];
+        if (!gone.contains(row)) {
+            heights.push_back(height + carried);
+            carried = 0;
+        } else if (!heights.empty()) {
+            heights.back() += height;
+        } else {
+            carried += height;
+        }
+    }
+    m_rowCount -= int(gone.size());
+    m_heights = heights;
+    m_fromHeights = heights;
+    m_toHeights = heights;
+    // A focused row that went leaves the focus to the row that took its place.
+    if (m_focusedRow >= 0) {
+        const int below = int(std::lower_bound(gone.cbegin(), gone.cend(), m_focusedRow) -
+                              gone.cbegin());
+        m_focusedRow = m_rowCount == 0 ? -1 : qMin(m_focusedRow - below, m_rowCount - 1);
+    }
+    updateFocusRing();
+    recomputeOffsets();
+    updateScrollRange();
+    if (m_rowCount == 0)
+        layoutCells();
+    // Heights asked anew at the end differ from these placeholders, so the gap animates shut.
+    m_toHeights.assign(m_heights.size(), -1.0);
+    endUpdates();
+}
+
+bool TableView::isAnimatingHeights() const
+{
+    return m_heightAnimation->state() == QAbstractAnimation::Running;
+}
+
+void TableView::recomputeOffsets()
+{
+    m_offsets.resize(m_heights.size() + 1);
+    double top = 0;
+    m_offsets[0] = 0;
+    for (size_t row = 0; row < m_heights.size(); ++row) {
+        top += m_heights[row];
+        m_offsets[row + 1] = int(std::lround(top));
+    }
+}
+
+void TableView::updateScrollRange()
+{
+    const int contentHeight = m_offsets.empty() ? 0 : m_offsets.back();
+    QScrollBar *bar = verticalScrollBar();
+    bar->setPageStep(viewport()->height());
+    bar->setRange(0, qMax(0, contentHeight - viewport()->height()));
+    // A moving list learns of rows growing or going under it.
+    if (m_scroller->state() != QScroller::Inactive)
+        m_scroller->resendPrepareEvent();
+}
+
+int TableView::rowAtContentY(int y) const
+{
+    // The last row whose top is at or above y.
+    const auto it = std::upper_bound(m_offsets.begin(), m_offsets.end() - 1, y);
+    return int(std::distance(m_offsets.begin(), it)) - 1;
+}
+
+void TableView::layoutCells()
+{
+    const int top = verticalScrollBar()->value();
+    const int bottom = top + viewport()->height();
+    int first = 0;
+    int last = -1;
+    if (m_rowCount > 0 && viewport()->height() > 0) {
+        first = qBound(0, rowAtContentY(top), m_rowCount - 1);
+        last = qBound(0, rowAtContentY(qMax(top, bottom - 1)), m_rowCount - 1);
+    }
+
+    bool enqueued = false;
+    for (auto it = m_visibleCells.begin(); it != m_visibleCells.end();) {
+        if (it.key() < first || it.key() > last) {
+            enqueue(it.value(), it.key());
+            it = m_visibleCells.erase(it);
+            enqueued = true;
+        } else {
+            ++it;
+        }
+    }
+    if (enqueued)
+        evictQueuedCells();
+
+    const int width = viewport()->width();
+    for (int row = first; row <= last; ++row) {
+        TableViewCell *cell = m_visibleCells.value(row);
+        if (!cell && m_dataSource) {
+            m_loadingRow = row;
+            cell = m_dataSource->cellForRowAtIndexPath({ 0, row });
+            m_loadingRow = -1;
+            if (!cell)
+                continue;
+            if (cell->parentWidget() != viewport())
+                cell->setParent(viewport());
+            m_visibleCells.insert(row, cell);
+            connect(cell, &TableViewCell::controlsChanged, this, &TableView::arrangeTabOrder,
+                    Qt::UniqueConnection);
+            cell->setSelected(m_selectedRows.contains(row));
+            cell->setShowsSelectionMark(showsSelectionMarks());
+            cell->setKeyboardFocused(row == m_focusedRow && hasFocus() && m_keyboardInUse);
+            cell->setSwipeOffset(row == m_deleteRow ? -kDeleteButtonWidth : 0);
+        }
+        if (!cell)
+            continue;
+        cell->setGeometry(0, m_offsets[size_t(row)] - top, width,
+                          m_offsets[size_t(row) + 1] - m_offsets[size_t(row)]);
+        cell->show();
+    }
+    if (m_deleteRow >= 0 && m_visibleCells.contains(m_deleteRow)) {
+        const QRect row = m_visibleCells.value(m_deleteRow)->geometry();
+        m_deleteButton->setGeometry(row.right() + 1 - kDeleteButtonWidth, row.top(),
+                                    kDeleteButtonWidth, row.height());
+        m_deleteButton->show();
+        m_deleteButton->raise();
+    } else {
+        m_deleteButton->hide();
+    }
+    emit didLayoutCells();
+}
+
+void TableView::enqueue(TableViewCell *cell, int row)
+{
+    cell->hide();
+    cell->setSelected(false);
+    cell->setKeyboardFocused(false);
+    cell->setSwipeOffset(0);
+    m_reuseQueues[cell->reuseIdentifier()].append(cell);
+    m_queueOrder.append(cell);
+    m_queuedRows.insert(cell, row);
+}
+
+bool TableView::mustKeep(const TableViewCell *cell) const
+{
+    // A selected row's cell holds what the open row shows (its player, its transcript).
+    const int row = m_queuedRows.value(cell, -1);
+    return !cell->canBeEvicted() || (row >= 0 && m_selectedRows.contains(row));
+}
+
+void TableView::evictQueuedCells()
+{
+    // Identifiers may be many (one per row, say): past the limit the oldest cells go, so a
+    // long scroll does not keep a cell for every row it passed.
+    for (int i = 0; m_queueOrder.size() > kMaxQueuedCells && i < m_queueOrder.size();) {
+        TableViewCell *cell = m_queueOrder.at(i);
+        if (mustKeep(cell)) {
+            ++i;
+            continue;
+        }
+        m_queueOrder.removeAt(i);
+        m_queuedRows.remove(cell);
+        auto queue = m_reuseQueues.find(cell->reuseIdentifier());
+        queue->removeOne(cell);
+        if (queue->isEmpty())
+            m_reuseQueues.erase(queue);
+        cell->deleteLater();
+    }
+}
+
+TableViewCell *TableView::dequeueReusableCellWithIdentifier(const QString &identifier)
+{
+    auto queue = m_reuseQueues.find(identifier);
+    if (queue == m_reuseQueues.end())
+        return nullptr;
+    // The row's own cell first; else the newest one no other row holds on to.
+    TableViewCell *cell = nullptr;
+    for (auto it = queue->crbegin(); it != queue->crend(); ++it) {
+        const int row = m_queuedRows.value(*it, -1);
+        if (m_loadingRow >= 0 && row == m_loadingRow) {
+            cell = *it;
+            break;
+        }
+        if (!cell && !mustKeep(*it))
+            cell = *it;
+    }
+    if (!cell)
+        return nullptr;
+    queue->removeOne(cell);
+    if (queue->isEmpty())
+        m_reuseQueues.erase(queue);
+    m_queueOrder.removeOne(cell);
+    m_queuedRows.remove(cell);
+    cell->prepareForReuse();
+    return cell;
+}
+
+TableViewCell *TableView::cellForRowAtIndexPath(const IndexPath &indexPath) const
+{
+    return indexPath.section == 0 ? m_visibleCells.value(indexPath.row) : nullptr;
+}
+
+std::optional<IndexPath> TableView::indexPathForCell(const TableViewCell *cell) const
+{
+    for (auto it = m_visibleCells.cbegin(); it != m_visibleCells.cend(); ++it) {
+        if (it.value() == cell)
+            return IndexPath { 0, it.key() };
+    }
+    return std::nullopt;
+}
+
+std::optional<IndexPath> TableView::indexPathForRowAtPoint(const QPoint &point) const
+{
+    const int y = point.y() + verticalScrollBar()->value();
+    if (m_rowCount == 0 || y < 0 || y >= m_offsets.back())
+        return std::nullopt;
+    return IndexPath { 0, rowAtContentY(y) };
+}
+
+QList<TableViewCell *> TableView::visibleCells() const
+{
+    return m_visibleCells.values();
+}
+
+QRect TableView::rectForRowAtIndexPath(const IndexPath &indexPath) const
+{
+    if (indexPath.section != 0 || indexPath.row < 0 || indexPath.row >= m_rowCount)
+        return {};
+    const auto row = size_t(indexPath.row);
+    return QRect(0, m_offsets[row], viewport()->width(), m_offsets[row + 1] - m_offsets[row]);
+}
+
+std::optional<IndexPath> TableView::indexPathForSelectedRow() const
+{
+    if (m_selectedRows.isEmpty())
+        return std::nullopt;
+    return IndexPath { 0, *std::min_element(m_selectedRows.cbegin(), m_selectedRows.cend()) };
+}
+
+QList<IndexPath> TableView::indexPathsForSelectedRows() const
+{
+    QList<int> rows = m_selectedRows;
+    std::sort(rows.begin(), rows.end());
+    QList<IndexPath> paths;
+    for (const int row : rows)
+        paths << IndexPath { 0, row };
+    return paths;
+}
+
+void TableView::selectRowAtIndexPath(const IndexPath &indexPath, bool animated)
+{
+    if (indexPath.section != 0 || indexPath.row < 0 || indexPath.row >= m_rowCount)
+        return;
+    const bool multiple = m_editing && m_multipleSelectionDuringEditing;
+    if (!multiple) {
+        for (const int row : std::as_const(m_selectedRows)) {
+            if (TableViewCell *cell = m_visibleCells.value(row))
+                cell->setSelected(false, animated);
+        }
+        m_selectedRows.clear();
+    }
+    if (!m_selectedRows.contains(indexPath.row))
+        m_selectedRows.append(indexPath.row);
+    if (TableViewCell *cell = m_visibleCells.value(indexPath.row))
+        cell->setSelected(true, animated);
+}
+
+void TableView::deselectRowAtIndexPath(const IndexPath &indexPath, bool animated)
+{
+    if (indexPath.section != 0)
+        return;
+    m_selectedRows.removeAll(indexPath.row);
+    if (TableViewCell *cell = m_visibleCells.value(indexPath.row))
+        cell->setSelected(false, animated);
+}
+
+void TableView::setEditing(bool editing, bool)
+{
+    if (m_editing == editing)
+        return;
+    m_editing = editing;
+    // Leaving or entering edit mode starts from an empty selection.
+    for (const int row : std::as_const(m_selectedRows)) {
+        if (TableViewCell *cell = m_visibleCells.value(row))
+            cell->setSelected(false);
+    }
+    m_selectedRows.clear();
+    for (TableViewCell *cell : std::as_const(m_visibleCells))
+        cell->setShowsSelectionMark(showsSelectionMarks());
+}
+
+void TableView::userTappedRow(int row)
+{
+    const IndexPath tapped { 0, row };
+    if (m_editing && m_multipleSelectionDuringEditing) {
+        if (m_selectedRows.contains(row)) {
+            deselectRowAtIndexPath(tapped, false);
+            if (m_delegate)
+                m_delegate->didDeselectRowAtIndexPath(tapped);
+        } else {
+            selectRowAtIndexPath(tapped, false);
+            if (m_delegate)
+                m_delegate->didSelectRowAtIndexPath(tapped);
+        }
+        return;
+    }
+    // Single selection: the row that loses the selection hears of it first.
+    const QList<int> previous = m_selectedRows;
+    for (const int other : previous) {
+        if (other == row)
+            continue;
+        deselectRowAtIndexPath({ 0, other }, false);
+        if (m_delegate)
+            m_delegate->didDeselectRowAtIndexPath({ 0, other });
+    }
+    selectRowAtIndexPath(tapped, false);
+    if (m_delegate)
+        m_delegate->didSelectRowAtIndexPath(tapped);
+}
+
+void TableView::resizeEvent(QResizeEvent *event)
+{
+    QAbstractScrollArea::resizeEvent(event);
+    updateScrollRange();
+    layoutCells();
+}
+
+void TableView::scrollContentsBy(int, int)
+{
+    // Cells are placed from the scroll position, not moved as pixels.
+    layoutCells();
+}
+
+bool TableView::viewportEvent(QEvent *event)
+{
+    if (event->type() == QEvent::ScrollPrepare) {
+        // Sent on every press the scroller sees, before the press reaches any widget.
+        const QPoint start = static_cast<QScrollPrepareEvent *>(event)->startPos().toPoint();
+        QWidget *child = viewport()->childAt(start);
+        m_pressedWidget = child ? child : viewport();
+    }
+    if (event->type() == QEvent::Paint && m_backgroundColor.alpha() > 0) {
+        QPainter painter(viewport());
+        painter.fillRect(viewport()->rect(), m_backgroundColor);
+        return true;
+    }
+    return QAbstractScrollArea::viewportEvent(event);
+}
+
+void TableView::setFocusedRow(int row)
+{
+    m_focusedRow = m_rowCount == 0 ? -1 : qBound(0, row, m_rowCount - 1);
+    if (m_focusedRow >= 0)
+        scrollToRowAtIndexPath({ 0, m_focusedRow });
+    updateFocusRing();
+}
+
+void TableView::updateFocusRing()
+{
+    const bool shown = hasFocus() && m_keyboardInUse;
+    for (auto it = m_visibleCells.cbegin(); it != m_visibleCells.cend(); ++it)
+        it.value()->setKeyboardFocused(shown && it.key() == m_focusedRow);
+}
+
+int TableView::rowHolding(const QWidget *widget) const
+{
+    for (auto it = m_visibleCells.cbegin(); it != m_visibleCells.cend(); ++it) {
+        if (it.value()->isAncestorOf(widget))
+            return it.key();
+    }
+    return -1;
+}
+
+void TableView::focusChanged(QWidget *now)
+{
+    // A row's button or player control that takes the focus (by Tab, say) makes its row the
+    // focused one, so that Up and Down go on from there.
+    if (!now || now == this || !isAncestorOf(now))
+        return;
+    if (const int row = rowHolding(now); row >= 0 && row != m_focusedRow) {
+        m_focusedRow = row;
+        scrollToRowAtIndexPath({ 0, row });
+    }
+    updateFocusRing();
+}
+
+void TableView::arrangeTabOrder()
+{
+    QWidget *previous = this;
+    for (TableViewCell *cell : std::as_const(m_visibleCells)) {
+        for (QWidget *control : cell->followingControls()) {
+            setTabOrder(previous, control);
+            previous = control;
+        }
+    }
+}
+
+bool TableView::focusNextPrevChild(bool next)
+{
+    // Tab from one of a row's own buttons goes on as from its row: to what follows the table.
+    QWidget *focus = QApplication::focusWidget();
+    if (focus && focus != this && isAncestorOf(focus) && focus->focusPolicy() == Qt::NoFocus)
+        setFocus(Qt::OtherFocusReason);
+    return QAbstractScrollArea::focusNextPrevChild(next);
+}
+
+int TableView::rowAPageFrom(int row, int direction) const
+{
+    if (m_rowCount == 0)
+        return -1;
+    row = qBound(0, row, m_rowCount - 1);
+    // The row a screen's height away, whatever the rows' heights; at least the next one.
+    const int y = m_offsets[size_t(row)] + direction * viewport()->height();
+    const int paged = rowAtContentY(qBound(0, y, qMax(0, m_offsets.back() - 1)));
+    return paged == row ? row + direction : paged;
+}
+
+bool TableView::moveAmongRowControls(int step)
+{
+    const TableViewCell *cell = m_visibleCells.value(m_focusedRow);
+    if (!cell)
+        return false;
+    QList<QWidget *> stops { this };
+    for (QWidget *control : cell->rowControls()) {
+        if (control->isVisible() && control->isEnabled())
+            stops << control;
+    }
+    const int at = stops.indexOf(QApplication::focusWidget());
+    if (at < 0)
+        return false; // a control after the row (the scrub bar) keeps its own arrows
+    const int to = at + step;
+    if (to < 0 || to >= stops.size())
+        return true;
+    stops.at(to)->setFocus(step > 0 ? Qt::TabFocusReason : Qt::BacktabFocusReason);
+    return true;
+}
+
+void TableView::scrollToRowAtIndexPath(const IndexPath &indexPath)
+{
+    const QRect row = rectForRowAtIndexPath(indexPath);
+    if (row.isNull())
+        return;
+    if (isDecelerating())
+        m_scroller->stop();
+    QScrollBar *bar = verticalScrollBar();
+    if (row.top() < bar->value())
+        bar->setValue(row.top());
+    else if (row.bottom() >= bar->value() + viewport()->height())
+        bar->setValue(row.bottom() + 1 - viewport()->height());
+}
+
+bool TableView::canShowDelete(int row)
+{
+    if (m_editing || !m_dataSource || row < 0 || row >= m_rowCount ||
+        !m_dataSource->canEditRowAtIndexPath({ 0, row }))
+        return false;
+    return !m_delegate || m_delegate->editingStyleForRowAtIndexPath({ 0, row }) ==
+                              TableViewDataSource::EditingStyle::Delete;
+}
+
+void TableView::setSwipeOffset(int row, int offset)
+{
+    if (TableViewCell *cell = m_visibleCells.value(row))
+        cell->setSwipeOffset(offset);
+}
+
+void TableView::showDeleteForRow(int row)
+{
+    if (!canShowDelete(row))
+        return;
+    if (m_deleteRow != row)
+        hideDelete();
+    m_deleteRow = row;
+    setSwipeOffset(row, -kDeleteButtonWidth);
+    layoutCells();
+}
+
+void TableView::hideDelete()
+{
+    if (m_deleteRow < 0)
+        return;
+    setSwipeOffset(m_deleteRow, 0);
+    m_deleteRow = -1;
+    m_deleteButton->hide();
+}
+
+void TableView::scrollerStateChanged(QScroller::State state)
+{
+    // Once the scroller moves the list the press is no tap, and no row stays slid open.
+    if (state != QScroller::Dragging) {
+        if (state != QScroller::Pressed)
+            m_pressedWidget.clear();
+        return;
+    }
+    if (m_drag == Drag::Swipe)
+        setSwipeOffset(m_swipeRow, m_deleteRow == m_swipeRow ? -kDeleteButtonWidth : 0);
+    if (m_drag != Drag::None)
+        m_drag = Drag::Scroll;
+    hideDelete();
+    // The scroller now takes the moves and the release: a widget in a cell that took the press
+    // (a button, say) is let go now, far away, so that it neither stays down nor clicks. It is
+    // handed the release directly: through the application the scroller would see it too and
+    // end the drag.
+    QWidget *pressed = m_pressedWidget.data();
+    m_pressedWidget.clear();
+    if (pressed && pressed != viewport()) {
+        QMouseEvent release(QEvent::MouseButtonRelease, pressed->mapFromGlobal(kFarAway), kFarAway,
+                            kFarAway, Qt::LeftButton, Qt::NoButton, Qt::NoModifier);
+        static_cast<QObject *>(pressed)->event(&release);
+    }
+}
+
+void TableView::mousePressEvent(QMouseEvent *event)
+{
+    if (event->button() != Qt::LeftButton)
+        return;
+    if (m_keyboardInUse) {
+        m_keyboardInUse = false;
+        updateFocusRing();
+    }
+    // A press that reaches the list while it moves (the scroller lets one through when its
+    // speed has just reached zero) stops it and is not a tap either.
+    const bool moving = isDragging() || isDecelerating();
+    if (moving)
+        m_scroller->stop();
+    m_drag = moving ? Drag::Scroll : Drag::Pending;
+    m_pressPosition = event->position().toPoint();
+    event->accept();
+}
+
+void TableView::dragTo(const QPoint &position)
+{
+    const QPoint delta = position - m_pressPosition;
+    if (m_drag == Drag::Pending &&
+        (std::abs(delta.x()) > kTapSlop || std::abs(delta.y()) > kTapSlop)) {
+        const auto row = indexPathForRowAtPoint(m_pressPosition);
+        if (std::abs(delta.x()) > std::abs(delta.y()) && delta.x() < 0 && row &&
+            canShowDelete(row->row)) {
+            if (m_deleteRow != row->row)
+                hideDelete();
+            m_drag = Drag::Swipe;
+            m_swipeRow = row->row;
+        } else {
+            // Vertical moves are the scroller's; any other is simply no tap.
+            m_drag = Drag::Moved;
+        }
+    }
+    if (m_drag == Drag::Swipe) {
+        const int start = m_deleteRow == m_swipeRow ? -kDeleteButtonWidth : 0;
+        setSwipeOffset(m_swipeRow, qBound(-kDeleteButtonWidth, start + delta.x(), 0));
+    }
+}
+
+void TableView::mouseMoveEvent(QMouseEvent *event)
+{
+    if (m_drag != Drag::None)
+        dragTo(event->position().toPoint());
+}
+
+void TableView::mouseReleaseEvent(QMouseEvent *event)
+{
+    if (event->button() != Qt::LeftButton || m_drag == Drag::None)
+        return;
+    // The scroller may have held back the moves in between: the release alone still tells
+    // how far the press went.
+    if (m_drag == Drag::Pending || m_drag == Drag::Swipe)
+        dragTo(event->position().toPoint());
+    const Drag drag = m_drag;
+    m_drag = Drag::None;
+
+    if (drag == Drag::Swipe) {
+        const TableViewCell *cell = m_visibleCells.value(m_swipeRow);
+        if (cell && cell->swipeOffset() <= -kDeleteButtonWidth / 2)
+            showDeleteForRow(m_swipeRow);
+        else if (m_deleteRow == m_swipeRow)
+            hideDelete();
+        else
+            setSwipeOffset(m_swipeRow, 0);
+        return;
+    }
+    if (drag != Drag::Pending)
+        return;
+    // A tap while Delete shows only puts the row back.
+    if (m_deleteRow >= 0) {
+        hideDelete();
+        return;
+    }
+    if (const auto indexPath = indexPathForRowAtPoint(event->position().toPoint())) {
+        setFocusedRow(indexPath->row);
+        userTappedRow(indexPath->row);
+    }
+}
+
+void TableView::keyPressEvent(QKeyEvent *event)
+{
+    m_keyboardInUse = true;
+
+    // Keys that a row's control let through (it reached the table from inside a cell): the
+    // arrows walk the row's buttons or move to another row, which takes the focus back.
+    const bool fromControl = !hasFocus();
+    switch (event->key()) {
+    case Qt::Key_Left:
+    case Qt::Key_Right:
+        if (!moveAmongRowControls(event->key() == Qt::Key_Right ? 1 : -1))
+            event->ignore();
+        return;
+    case Qt::Key_Up:
+    case Qt::Key_Down:
+    case Qt::Key_PageUp:
+    case Qt::Key_PageDown:
+    case Qt::Key_Home:
+    case Qt::Key_End:
+    case Qt::Key_Delete:
+    case Qt::Key_Backspace:
+    case Qt::Key_Escape:
+        if (fromControl)
+            setFocus(Qt::OtherFocusReason);
+        break;
+    case Qt::Key_Return:
+    case Qt::Key_Enter:
+    case Qt::Key_Space:
+        // A control that did not take these (the scrub bar) does not open or close its row.
+        if (fromControl) {
+            event->ignore();
+            return;
+        }
+        break;
+    default:
+        break;
+    }
+    switch (event->key()) {
+    case Qt::Key_Down:
+        setFocusedRow(m_focusedRow + 1);
+        break;
+    case Qt::Key_Up:
+        setFocusedRow(m_focusedRow < 0 ? 0 : m_focusedRow - 1);
+        break;
+    case Qt::Key_PageDown:
+        setFocusedRow(rowAPageFrom(m_focusedRow, 1));
+        break;
+    case Qt::Key_PageUp:
+        setFocusedRow(rowAPageFrom(m_focusedRow, -1));
+        break;
+    case Qt::Key_Home:
+        setFocusedRow(0);
+        break;
+    case Qt::Key_End:
+        setFocusedRow(m_rowCount - 1);
+        break;
+    case Qt::Key_Return:
+    case Qt::Key_Enter:
+    case Qt::Key_Space:
+        if (m_deleteRow >= 0 && m_deleteRow == m_focusedRow)
+            m_deleteButton->click();
+        else if (m_focusedRow >= 0)
+            userTappedRow(m_focusedRow);
+        break;
+    case Qt::Key_Delete:
+    case Qt::Key_Backspace:
+        showDeleteForRow(m_focusedRow);
+        break;
+    case Qt::Key_Escape:
+        if (m_deleteRow >= 0) {
+            hideDelete();
+        } else if (!m_editing && !m_selectedRows.isEmpty()) {
+            // A second tap closes the open row; the row is left deselected, so that the next
+            // Escape finds nothing to close and never opens it again.
+            const int row = m_selectedRows.first();
+            userTappedRow(row);
+            deselectRowAtIndexPath({ 0, row }, false);
+        } else {
+            event->ignore();
+        }
+        break;
+    default:
+        QAbstractScrollArea::keyPressEvent(event);
+    }
+}
+
+void TableView::focusInEvent(QFocusEvent *event)
+{
+    QAbstractScrollArea::focusInEvent(event);
+    if (m_focusedRow < 0 && m_rowCount > 0)
+        m_focusedRow = 0;
+    if (event->reason() == Qt::TabFocusReason || event->reason() == Qt::BacktabFocusReason)
+        m_keyboardInUse = true;
+    updateFocusRing();
+}
+
+void TableView::focusOutEvent(QFocusEvent *event)
+{
+    QAbstractScrollArea::focusOutEvent(event);
+    updateFocusRing();
+}

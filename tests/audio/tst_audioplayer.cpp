@@ -1,0 +1,322 @@
+#include "PrivateSoundServer.h"
+#include "SoundMonitor.h"
+#include "TestSupport.h"
+#include "audio/AudioPlayer.h"
+#include "audio/AudioSession.h"
+
+#include <QDir>
+#include <cstdio>
+#include <QProcess>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+namespace {
+
+bool ffmpeg(const QStringList &arguments)
+{
+    QProcess process;
+    process.start("ffmpeg", QStringList { "-hide_banner", "-loglevel", "error", "-y" } + arguments);
+    return process.waitForFinished(60000) && process.exitCode() == 0;
+}
+
+// Writes down what the player tells, in order, and plays along as the application's player
+// does: it pauses when interrupted and plays again when the interruption ends.
+struct Listener : AudioPlayerDelegate
+{
+    void audioPlayerDidFinishPlaying(AudioPlayer *, bool successfully) override
+    {
+        calls << (successfully ? "finished" : "failed");
+    }
+    void audioPlayerBeginInterruption(AudioPlayer *player) override
+    {
+        calls << "begin interruption";
+        player->pause();
+    }
+    void audioPlayerBeginInterruption(AudioPlayer *player, unsigned) override
+    {
+        audioPlayerBeginInterruption(player);
+    }
+    void audioPlayerEndInterruption(AudioPlayer *player) override
+    {
+        calls << "end interruption";
+        player->play();
+    }
+    void audioPlayerDecodeErrorDidOccur(AudioPlayer *, const QString &error) override
+    {
+        calls << "error " + error;
+    }
+    QStringList calls;
+};
+
+} // namespace
+
+class TestAudioPlayer : public QObject
+{
+    Q_OBJECT
+private slots:
+    void initTestCase();
+    void init();
+    void cleanup();
+    void namesItselfToTheServer();
+    void aSeekMovesWhatIsHeard();
+    void interruptions_data();
+    void interruptions();
+    void aFileRemovedOrReplacedWhilePlayingPlaysOn();
+    void filesItCannotPlay_data();
+    void filesItCannotPlay();
+    void noAudioServer();
+    void theDemoRecordingsPlay();
+
+private:
+    // A player of the file, loaded, with the listener as its delegate.
+    std::unique_ptr<AudioPlayer> load(const QString &path);
+
+    PrivateSoundServer m_server;
+    QTemporaryDir m_dir;
+    QString m_tone;     // 440 Hz for 1.5 s
+    QString m_twoTones; // 440 Hz for 2 s, then 1 kHz for 2 s
+    QString m_long;     // 440 Hz for a minute
+    Listener m_listener;
+};
+
+void TestAudioPlayer::initTestCase()
+{
+    QVERIFY(m_server.start());
+    m_tone = m_dir.filePath("tone.caf");
+    m_twoTones = m_dir.filePath("two-tones.caf");
+    m_long = m_dir.filePath("long.caf");
+    QVERIFY(ffmpeg({ "-f", "lavfi", "-i", "aevalsrc=0.5*sin(2*PI*440*t):s=8000:d=1.5", "-c:a", "pcm_s16le", m_tone }));
+    QVERIFY(ffmpeg({ "-f", "lavfi", "-i",
+                     "aevalsrc=0.5*sin(2*PI*if(lt(t\\,2)\\,440\\,1000)*t):s=8000:d=4", "-c:a",
+                     "pcm_s16le", m_twoTones }));
+    QVERIFY(ffmpeg({ "-f", "lavfi", "-i", "aevalsrc=0.5*sin(2*PI*440*t):s=8000:d=60", "-c:a", "pcm_alaw", m_long }));
+    // The session reads the server's outputs before the first test routes anything.
+    QVERIFY(QTest::qWaitFor([] { return AudioSession::sharedInstance()->hasOutput("earpiece"); }));
+}
+
+void TestAudioPlayer::init()
+{
+    m_listener.calls.clear();
+    AudioSession::sharedInstance()->setCategory(AudioSession::AVAudioSessionCategoryPlayback);
+}
+
+void TestAudioPlayer::cleanup()
+{
+    AudioSession::sharedInstance()->setCategory(AudioSession::AVAudioSessionCategoryPlayback);
+}
+
+std::unique_ptr<AudioPlayer> TestAudioPlayer::load(const QString &path)
+{
+    auto player = std::make_unique<AudioPlayer>(path);
+    player->setDelegate(&m_listener);
+    QSignalSpy loaded(player.get(), &AudioPlayer::loaded);
+    if (!loaded.wait(5000) || !loaded.first().first().toBool())
+        return nullptr;
+    player->prepareToPlay();
+    return player;
+}
+
+void TestAudioPlayer::namesItselfToTheServer()
+{
+    // What the desktop's sound settings and a phone's audio policy see of the stream.
+    const auto player = load(m_tone);
+    QVERIFY(player);
+    QTRY_VERIFY(!player->outputName().isEmpty());
+    QString inputs;
+    QVERIFY(m_server.pactl({ "list", "sink-inputs" }, &inputs));
+    QVERIFY2(inputs.contains("application.name = \"Vantrel Plus\""), qPrintable(inputs));
+    QVERIFY(inputs.contains("application.icon_name = \"net.zorvath.vantrel\""));
+    QVERIFY(inputs.contains("media.role = \"music\""));
+}
+
+void TestAudioPlayer::aSeekMovesWhatIsHeard()
+{
+    const auto player = load(m_twoTones);
+    QVERIFY(player);
+    SoundMonitor speaker("speaker");
+    player->play();
+    QVERIFY2(speaker.hears(440), qPrintable(speaker.description()));
+    // The clock follows what is heard, once the server's first round is past.
+    const double start = player->currentTime();
+    QTRY_VERIFY(player->currentTime() > start);
+    const double before = player->currentTime();
+    QTest::qWait(500);
+    QVERIFY2(std::abs(player->currentTime() - before - 0.5) < 0.2,
+             qPrintable(QString("%1 then %2").arg(before).arg(player->currentTime())));
+
+    // Into the second tone: only it is heard, and the clock agrees.
+    player->setCurrentTime(2.5);
+    QVERIFY(std::abs(player->currentTime() - 2.5) < 0.01);
+    QVERIFY2(speaker.hears(1000), qPrintable(speaker.description()));
+    QVERIFY2(player->currentTime() >= 2.5 && player->currentTime() < 3.6,
+             qPrintable(QString::number(player->currentTime())));
+
+    // Back while paused: nothing sounds, and play goes on from there.
+    player->pause();
+    player->setCurrentTime(0.5);
+    QVERIFY(speaker.hearsSilence());
+    player->play();
+    QVERIFY2(speaker.hears(440), qPrintable(speaker.description()));
+}
+
+void TestAudioPlayer::interruptions_data()
+{
+    QTest::addColumn<QString>("what");
+    QTest::addColumn<QString>("sink"); // where it plays
+    QTest::newRow("the server suspends the device") << "suspend" << "speaker";
+    QTest::newRow("the receiver is unplugged") << "unplug" << "earpiece";
+    QTest::newRow("the server goes away") << "server" << "speaker";
+    QTest::newRow("a call corks the music") << "call" << "speaker";
+}
+
+void TestAudioPlayer::interruptions()
+{
+    QFETCH(QString, what);
+    QFETCH(QString, sink);
+    if (sink == "earpiece")
+        AudioSession::sharedInstance()->setCategory(
+            AudioSession::AVAudioSessionCategoryPlayAndRecord);
+    const auto player = load(m_long);
+    QVERIFY(player);
+    player->play();
+    QTRY_COMPARE(player->outputName(), sink);
+    QVERIFY(SoundMonitor(sink).hears(440));
+
+    // A phone's policy corks music while a stream of the phone role plays.
+    QProcess call;
+    if (what == "suspend") {
+        QVERIFY(m_server.pactl({ "suspend-sink", sink, "1" }));
+    } else if (what == "unplug") {
+        QVERIFY(m_server.removeSink(sink));
+    } else if (what == "call") {
+        QVERIFY(m_server.pactl({ "load-module", "module-role-cork" }));
+        call.setStandardInputFile("/dev/zero");
+        call.start("pacat", { "--playback", "--raw", "--property=media.role=phone" });
+    } else {
+        m_server.stop();
+    }
+    QTRY_VERIFY2(m_listener.calls.contains("begin interruption"),
+                 qPrintable(m_listener.calls.join('|')));
+    QVERIFY(!player->isPlaying());
+    const double pausedAt = player->currentTime();
+    QVERIFY2(pausedAt > 0.1, qPrintable(QString::number(pausedAt)));
+    if (what == "unplug") {
+        // Nothing plays where the server took the stream in the meantime.
+        SoundMonitor speaker("speaker");
+        QVERIFY(speaker.hearsSilence());
+    }
+
+    if (what == "suspend") {
+        QVERIFY(m_server.pactl({ "suspend-sink", sink, "0" }));
+    } else if (what == "unplug") {
+        QVERIFY(m_server.addSink(sink, "Earpiece"));
+    } else if (what == "call") {
+        call.kill();
+        call.waitForFinished();
+    } else {
+        QVERIFY(m_server.start());
+    }
+    QTRY_VERIFY_WITH_TIMEOUT(m_listener.calls.endsWith("end interruption"), 15000);
+    QVERIFY(player->isPlaying());
+    QTRY_COMPARE(player->outputName(), sink);
+    SoundMonitor monitor(sink);
+    QVERIFY2(monitor.hears(440), qPrintable(monitor.description()));
+    // It goes on from where it stopped.
+    QVERIFY2(std::abs(player->currentTime() - pausedAt) < 1.5,
+             qPrintable(QString("%1 after %2").arg(player->currentTime()).arg(pausedAt)));
+    if (what == "call")
+        QVERIFY(m_server.pactl({ "unload-module", "module-role-cork" }));
+}
+
+void TestAudioPlayer::aFileRemovedOrReplacedWhilePlayingPlaysOn()
+{
+    // The recorder replaces a file by renaming a new one over it; a person deletes one.
+    const QString path = m_dir.filePath("replaced.caf");
+    QVERIFY(QFile::copy(m_long, path));
+    const auto player = load(path);
+    QVERIFY(player);
+    SoundMonitor speaker("speaker");
+    player->play();
+    QVERIFY(speaker.hears(440));
+    const QString other = m_dir.filePath("other.caf");
+    QVERIFY(QFile::copy(m_tone, other));
+    QVERIFY(std::rename(qPrintable(other), qPrintable(path)) == 0);
+    QVERIFY(speaker.hears(440));
+    QVERIFY(QFile::remove(path));
+    player->setCurrentTime(30);
+    QVERIFY(speaker.hears(440));
+    QVERIFY(player->isPlaying());
+    QVERIFY2(m_listener.calls.isEmpty(), qPrintable(m_listener.calls.join('|')));
+}
+
+void TestAudioPlayer::filesItCannotPlay_data()
+{
+    QTest::addColumn<QByteArray>("contents"); // "dir" for a directory, "none" for no file
+    QTest::addColumn<QString>("reason");
+    QTest::newRow("empty") << QByteArray() << "the file is empty (0 bytes)";
+    QTest::newRow("text named .caf") << QByteArray("Call me back\n") << "not audio";
+    QTest::newRow("directory") << QByteArray("dir") << "Is a directory";
+    QTest::newRow("missing") << QByteArray("none") << "No such file or directory";
+}
+
+void TestAudioPlayer::filesItCannotPlay()
+{
+    QFETCH(QByteArray, contents);
+    QFETCH(QString, reason);
+    const QString path = m_dir.filePath(QString("msg-_TEL-_555-_%1.caf").arg(QTest::currentDataTag()));
+    if (contents == "dir") {
+        QVERIFY(QDir().mkpath(path));
+    } else if (contents != "none") {
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(contents);
+    }
+    AudioPlayer player(path);
+    player.setDelegate(&m_listener);
+    QVERIFY(player.play()); // asked before the file is known
+    QSignalSpy loaded(&player, &AudioPlayer::loaded);
+    QVERIFY(loaded.wait());
+    QCOMPARE(loaded.first().first().toBool(), false);
+    QCOMPARE(player.status(), AudioPlayer::Status::Failed);
+    QVERIFY2(player.errorString().contains(path) && player.errorString().contains(reason),
+             qPrintable(player.errorString()));
+    QVERIFY(!player.isPlaying());
+    QCOMPARE(m_listener.calls, QStringList { "failed" });
+    QVERIFY(!player.play());
+}
+
+void TestAudioPlayer::noAudioServer()
+{
+    m_server.stop();
+    const auto player = load(m_tone);
+    QVERIFY(player);
+    QVERIFY(player->play());
+    QTRY_COMPARE(m_listener.calls.size(), 2);
+    QVERIFY2(m_listener.calls[0].startsWith("error play " + m_tone +
+                                            ": cannot connect to the audio server: "),
+             qPrintable(m_listener.calls.join('|')));
+    QCOMPARE(m_listener.calls[1], "failed");
+    QVERIFY(!player->isPlaying());
+    QVERIFY(m_server.start());
+}
+
+void TestAudioPlayer::theDemoRecordingsPlay()
+{
+    const QDir samples(TestSupport::samplesDirectory());
+    const QStringList recordings = samples.entryList({ "*.caf" });
+    QVERIFY(!recordings.isEmpty());
+    for (const QString &name : recordings) {
+        const auto player = load(samples.filePath(name));
+        QVERIFY2(player, qPrintable(name));
+        QVERIFY2(player->duration() > 1, qPrintable(name));
+        const qint64 before = player->handedOverBytes();
+        player->play();
+        // A quarter second of it reaches the server.
+        QTRY_VERIFY2(player->handedOverBytes() - before > 48000, qPrintable(name));
+    }
+    QVERIFY(m_listener.calls.isEmpty());
+}
+
+QTEST_GUILESS_MAIN(TestAudioPlayer)
+#include "tst_audioplayer.moc"

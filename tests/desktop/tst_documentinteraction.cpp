@@ -1,0 +1,635 @@
+#include "TestSupport.h"
+#include "toolkit/AlertController.h"
+#include "desktop/DocumentInteractionController.h"
+#include "desktop/DocumentPreview.h"
+
+#include <QClipboard>
+#include <QComboBox>
+#include <QDBusAbstractAdaptor>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusObjectPath>
+#include <QDBusUnixFileDescriptor>
+#include <QDir>
+#include <QFileDialog>
+#include <QGuiApplication>
+#include <QLineEdit>
+#include <QMimeData>
+#include <QProcess>
+#include <QPushButton>
+#include <QRegularExpression>
+#include <QScopeGuard>
+#include <QTest>
+
+namespace {
+using Controller = DocumentInteractionController;
+const QString kPortal = "org.freedesktop.portal.Desktop";
+
+QByteArray contents(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+// How a portal answers: a Response signal on the request object, once the call has returned.
+QDBusObjectPath respond(const QVariantMap &options, uint response, const QVariantMap &results)
+{
+    const QString request = "/org/freedesktop/portal/desktop/request/" +
+                            QDBusConnection::sessionBus().baseService().mid(1).replace('.', '_') +
+                            "/" + options.value("handle_token").toString();
+    QMetaObject::invokeMethod(
+        qApp,
+        [request, response, results] {
+            QDBusMessage signal =
+                QDBusMessage::createSignal(request, "org.freedesktop.portal.Request", "Response");
+            QDBusConnection::sessionBus().send(signal << response << results);
+        },
+        Qt::QueuedConnection);
+    return QDBusObjectPath(request);
+}
+} // namespace
+
+// The portal's file chooser, answered as a user choosing a place in it would.
+class FileChooserPortal : public QDBusAbstractAdaptor
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.portal.FileChooser")
+public:
+    explicit FileChooserPortal(QObject *parent) : QDBusAbstractAdaptor(parent) {}
+    int answer = -1;
+    QString chosen;    // where the user saves
+    QString suggested; // the name the chooser offered
+
+public slots:
+    QDBusObjectPath SaveFile(const QString &, const QString &, const QVariantMap &options)
+    {
+        suggested = options.value("current_name").toString();
+        return respond(options, uint(answer),
+                       { { "uris", QStringList { QUrl::fromLocalFile(chosen).toString() } } });
+    }
+};
+
+// The share sheet as a user meets it: what each action leaves on the clipboard, on disk and in
+// the applications it starts, and the end events the list hears. The test also stands in for
+// the desktop portal's chooser.
+class TestDocumentInteraction : public QObject, public DocumentInteractionControllerDelegate
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.portal.OpenURI")
+public:
+    QWidget *documentInteractionControllerViewControllerForPreview(Controller *) override
+    {
+        return m_window.get();
+    }
+    void documentInteractionControllerDidEndPreview(Controller *) override { record("preview"); }
+    void documentInteractionControllerDidEndSendingToApplication(Controller *,
+                                                                 const QString &app) override
+    {
+        record("sent to " + app);
+    }
+    void documentInteractionControllerDidDismissOptionsMenu(Controller *) override
+    {
+        record("options");
+    }
+    void documentInteractionControllerDidDismissOpenInMenu(Controller *) override
+    {
+        record("open-in");
+    }
+
+public slots:
+    // The portal's OpenFile, answered as a user choosing in its chooser would.
+    QDBusObjectPath OpenFile(const QString &, const QDBusUnixFileDescriptor &fd,
+                             const QVariantMap &options)
+    {
+        m_portal.opened =
+            QFile::symLinkTarget("/proc/self/fd/" + QString::number(fd.fileDescriptor()));
+        m_portal.asked = options.value("ask").toBool();
+        return respond(options, uint(m_portal.answer), {});
+    }
+
+private slots:
+    // Fake applications, each writing its arguments (NUL-separated) to a file beside it:
+    // xdg-email first on PATH, and two handlers of zip archives, one the default by mimeapps.list.
+    void initTestCase()
+    {
+        const QString script = "#!/bin/sh\nprintf '%s\\0' \"$@\" > \"$0.args\"\n";
+        const QString entry = "[Desktop Entry]\nType=Application\nName=%1\nExec=%2\n"
+                              "MimeType=application/zip;\n";
+        const QString bin = m_home.filePath("bin/");
+        const QList<std::pair<QString, QString>> files = {
+            { "bin/xdg-email", script },
+            { "bin/archiver", script },
+            { "bin/viewer", script },
+            // Found and executable, but it cannot start.
+            { "bin/broken", "#!/nonexistent/interpreter\n" },
+            { "broken/applications/vantrel-test-broken.desktop",
+              entry.arg("Broken Viewer", bin + "broken %f") },
+            { "empty/applications/README", "no applications here" },
+            { "data/applications/vantrel-test-archiver.desktop",
+              entry.arg("Test Archiver", bin + "archiver %U") },
+            { "data/applications/vantrel-test-viewer.desktop",
+              entry.arg("Other Viewer", '"' + bin + "viewer\" --view=%f") },
+            { "config/mimeapps.list",
+              "[Default Applications]\napplication/zip=vantrel-test-archiver.desktop\n" },
+            // What a desktop environment sets for its own sessions only.
+            { "config/vantrel-mimeapps.list",
+              "[Default Applications]\napplication/zip=vantrel-test-viewer.desktop\n" }
+        };
+        for (const auto &[path, text] : files) {
+            QVERIFY(QDir().mkpath(QFileInfo(m_home.filePath(path)).path()));
+            QVERIFY(TestSupport::writeFile(m_home.filePath(path), text.toUtf8()));
+            QVERIFY(
+                QFile::setPermissions(m_home.filePath(path), QFile::ReadOwner | QFile::ExeOwner));
+        }
+        qputenv("PATH", m_home.filePath("bin").toLocal8Bit() + ":" + qgetenv("PATH"));
+        qputenv("XDG_DATA_HOME", m_home.filePath("data").toLocal8Bit());
+        // The machine's own applications take no part; its MIME database does.
+        QVERIFY(QFile::link("/usr/share/mime", m_home.filePath("empty/mime")));
+        qputenv("XDG_DATA_DIRS", m_home.filePath("empty").toLocal8Bit());
+        qputenv("XDG_CONFIG_HOME", m_home.filePath("config").toLocal8Bit());
+        // xdg-open consults desktop files only inside a graphical session.
+        qputenv("WAYLAND_DISPLAY", "vantrel-test");
+        m_chooser = new FileChooserPortal(this);
+        QVERIFY(QDBusConnection::sessionBus().registerObject(
+            "/org/freedesktop/portal/desktop", this,
+            QDBusConnection::ExportAllSlots | QDBusConnection::ExportAdaptors));
+    }
+
+    void init()
+    {
+        m_files = std::make_unique<QTemporaryDir>();
+        for (const QString &args : QDir(m_home.filePath("bin")).entryList({ "*.args" }))
+            QFile::remove(m_home.filePath("bin/" + args));
+        m_window = std::make_unique<QWidget>();
+        m_window->resize(375, 667);
+        m_window->show();
+        QVERIFY(QTest::qWaitForWindowExposed(m_window.get()));
+        m_events.clear();
+        m_releaseAt.clear();
+        m_portal = {};
+        m_chooser->answer = -1;
+        m_chooser->suggested.clear();
+        qputenv("XDG_DATA_HOME", m_home.filePath("data").toLocal8Bit());
+    }
+
+    void cleanup()
+    {
+        QDBusConnection::sessionBus().unregisterService(kPortal);
+        m_controller.reset();
+        m_window.reset();
+    }
+
+    void actions_data()
+    {
+        QTest::addColumn<QString>("name");     // null: no such file
+        QTest::addColumn<QStringList>("taps"); // a button, "Escape", "beside" the sheet, "dismiss"
+        QTest::addColumn<QStringList>("events");
+        QTest::addColumn<QStringList>("started"); // program, then its arguments; %1: the path
+        QTest::addColumn<int>("portal");          // the chooser's answer; -1: no portal
+        QTest::addColumn<QString>("releaseAt");
+        const auto row = [](const char *tag, const QString &name, const QStringList &taps,
+                            const QStringList &events, const QStringList &started = {},
+                            int portal = -1, const QString &releaseAt = {}) {
+            QTest::newRow(tag) << name << taps << events << started << portal << releaseAt;
+        };
+        const QString archive = "Vantrel-Nov 14 2026 - 09:00:00-Nov 15 2026 - 22:10:07.zip";
+        const QString awkward = "Jane \"JD\" O'Neil – café\n2 recordings.zip";
+        const QStringList both { "open-in", "options" };
+        row("copy", awkward, { "Copy" }, { "options" });
+        row("mail", awkward, { "Mail" }, { "options" }, { "xdg-email", "--attach", "%1" });
+        row("mail, missing", {}, { "Mail" }, { "options" });
+        row("open", archive, { "Open" }, { "sent to vantrel-test-archiver.desktop", "options" },
+            { "archiver", "%1" });
+        row("open, released when sent", archive, { "Open" },
+            { "sent to vantrel-test-archiver.desktop" }, { "archiver", "%1" }, -1, "sent");
+        row("open, missing", {}, { "Open", "Okay" }, { "options" });
+        // Without a portal on the bus, Open With… lists the applications for the type itself.
+        row("open with", awkward, { "Open With…", "Other Viewer" },
+            QStringList { "sent to vantrel-test-viewer.desktop" } + both,
+            { "viewer", "--view=%1" });
+        row("open with, cancelled", awkward, { "Open With…", "Cancel" }, both);
+        row("open with, Escape, released", archive, { "Open With…", "Escape" }, { "open-in" }, {},
+            -1, "open-in");
+        row("portal, chosen", archive, { "Open With…" }, QStringList { "sent to " } + both, {}, 0);
+        row("portal, cancelled", archive, { "Open With…" }, both, {}, 1);
+        row("Escape", archive, { "Escape" }, { "options" });
+        row("tap beside", archive, { "beside" }, { "options" });
+        row("dismissed by the program", archive, { "dismiss" }, { "options" });
+        row("Escape, released", archive, { "Escape" }, { "options" }, {}, -1, "options");
+    }
+
+    void actions()
+    {
+        QFETCH(QString, name);
+        QFETCH(QStringList, taps);
+        QFETCH(QStringList, events);
+        QFETCH(QStringList, started);
+        QFETCH(int, portal);
+        QFETCH(QString, releaseAt);
+        m_portal.answer = portal;
+        QVERIFY(portal < 0 || QDBusConnection::sessionBus().registerService(kPortal));
+        const QString path = name.isNull() ? file("gone.zip", {}) : file(name);
+        m_releaseAt = releaseAt;
+        showMenu(path);
+        for (const QString &tap : taps) {
+            QTRY_VERIFY(m_controller->currentMenu());
+            AlertController *menu = m_controller->currentMenu();
+            if (menu->title() == "Open With") // the user's default for the type first
+                QCOMPARE(menu->actions().first().title(), "Test Archiver");
+            if (tap == "Escape")
+                QTest::keyClick(menu, Qt::Key_Escape);
+            else if (tap == "beside")
+                QTest::mouseClick(menu, Qt::LeftButton, {}, QPoint(180, 20));
+            else if (tap == "dismiss")
+                m_controller->dismissMenuAnimated(true);
+            else
+                QTest::mouseClick(menu->buttonForAction(tap), Qt::LeftButton);
+        }
+        QTRY_COMPARE(m_events, events);
+        // Nothing is reported twice: not later, nor when the program dismisses the menus again.
+        QCoreApplication::processEvents();
+        if (m_controller)
+            m_controller->dismissMenuAnimated(true);
+        QCOMPARE(m_events, events);
+        QCOMPARE(!m_controller, !releaseAt.isEmpty());
+
+        // The path reaches a program as one argument, however many blanks and quotes it holds.
+        started.replaceInStrings("%1", path);
+        const auto arguments = [&] {
+            const QByteArray args = contents(m_home.filePath("bin/" + started.value(0) + ".args"));
+            return QString::fromUtf8(args).split(QChar(0), Qt::SkipEmptyParts);
+        };
+        if (!started.isEmpty())
+            QTRY_COMPARE(arguments(), started.mid(1));
+        QCOMPARE(QDir(m_home.filePath("bin")).entryList({ "*.args" }).size(),
+                 started.isEmpty() ? 0 : 1);
+        QCOMPARE(m_portal.opened, portal < 0 ? QString() : path);
+        QCOMPARE(m_portal.asked, portal >= 0);
+        if (taps == QStringList { "Copy" }) { // as file managers put a copied file
+            const QMimeData *copied = QGuiApplication::clipboard()->mimeData();
+            const QByteArray uri = QUrl::fromLocalFile(path).toEncoded();
+            QCOMPARE(copied->urls(), QList<QUrl> { QUrl::fromLocalFile(path) });
+            QCOMPARE(copied->text(), QString::fromUtf8(uri));
+            QCOMPARE(copied->data("x-special/gnome-copied-files"), "copy\n" + uri);
+        }
+    }
+
+    void saveCopy_data()
+    {
+        QTest::addColumn<int>("chooser");      // the portal chooser's answer; -1: no portal
+        QTest::addColumn<QByteArray>("older"); // what is at the destination first; null: nothing
+        QTest::addColumn<QString>("answer"); // to the question whether to replace; null: not asked
+        QTest::addColumn<QByteArray>("saved");
+        const QByteArray none;
+        QTest::newRow("new file") << -1 << none << QString() << QByteArray("recording");
+        QTest::newRow("existing, kept")
+            << -1 << QByteArray("older") << "Cancel" << QByteArray("older");
+        QTest::newRow("existing, replaced")
+            << -1 << QByteArray("older") << "Replace" << QByteArray("recording");
+        // The desktop's chooser asks about replacing itself.
+        QTest::newRow("portal") << 0 << none << QString() << QByteArray("recording");
+        QTest::newRow("portal, replacing")
+            << 0 << QByteArray("older") << QString() << QByteArray("recording");
+        QTest::newRow("portal, cancelled")
+            << 1 << QByteArray("older") << QString() << QByteArray("older");
+    }
+
+    void saveCopy()
+    {
+        QFETCH(int, chooser);
+        QFETCH(QByteArray, older);
+        QFETCH(QString, answer);
+        QFETCH(QByteArray, saved);
+        QVERIFY(QDir(m_files->path()).mkdir("saved"));
+        const QString destination = file("saved/Daniel's copy.caf", older);
+        m_chooser->answer = chooser;
+        m_chooser->chosen = destination;
+        QVERIFY(chooser < 0 || QDBusConnection::sessionBus().registerService(kPortal));
+        showMenu(file("Nov 15 2026 - 22:10:07.caf", "recording"));
+        QTest::mouseClick(button("Save a Copy…"), Qt::LeftButton);
+        if (chooser < 0) {
+            // Once it is clear that no portal answers.
+            QTRY_VERIFY(m_window->findChild<QFileDialog *>());
+            auto *dialog = m_window->findChild<QFileDialog *>();
+            QVERIFY(dialog->isVisible() && !dialog->isWindow());
+            auto *edit = dialog->findChild<QLineEdit *>("fileNameEdit");
+            edit->setText(destination); // pasted
+            QTest::keyClick(edit, Qt::Key_Return);
+        }
+        if (!answer.isNull()) {
+            QTRY_VERIFY(button("Replace"));
+            QVERIFY(m_events.isEmpty());
+            QTest::mouseClick(button(answer), Qt::LeftButton);
+        }
+        QTRY_COMPARE(m_events, QStringList { "options" });
+        QCOMPARE(m_chooser->suggested, chooser < 0 ? QString() : "Nov 15 2026 - 22:10:07.caf");
+        QTRY_VERIFY(!m_window->findChild<QFileDialog *>());
+        QCOMPARE(contents(destination), saved);
+        QCOMPARE(QDir(m_files->filePath("saved")).entryList(QDir::Files),
+                 QStringList { "Daniel's copy.caf" });
+    }
+
+    // Without a portal, the file dialog in a window as narrow as the program allows: dark, as
+    // the window is, and every control of it inside the window.
+    void saveDialogFitsNarrowWindow()
+    {
+        m_window->resize(360, 640);
+        showMenu(file("Nov 15 2026 - 22:10:07.caf", "recording"));
+        QTest::mouseClick(button("Save a Copy…"), Qt::LeftButton);
+        QTRY_VERIFY(m_window->findChild<QFileDialog *>());
+        auto *dialog = m_window->findChild<QFileDialog *>();
+        QVERIFY(dialog->isVisible());
+        QCOMPARE(dialog->geometry(), m_window->rect());
+        const QImage shot = dialog->grab().toImage();
+        QVERIFY2(qGray(shot.pixel(shot.width() / 2, shot.height() - 4)) < 64, "a light dialog");
+        for (QWidget *control : dialog->findChildren<QWidget *>()) {
+            if (!control->isVisibleTo(dialog) ||
+                !(qobject_cast<QAbstractButton *>(control) || qobject_cast<QLineEdit *>(control) ||
+                  qobject_cast<QComboBox *>(control)))
+                continue;
+            const QRect inDialog(control->mapTo(dialog, QPoint(0, 0)), control->size());
+            QVERIFY2(dialog->rect().contains(inDialog), qPrintable(control->objectName()));
+            if (auto *edit = qobject_cast<QLineEdit *>(control))
+                QVERIFY(qGray(edit->palette().color(QPalette::Text).rgb()) > 192);
+        }
+        QTest::keyClick(dialog, Qt::Key_Escape);
+        QTRY_COMPARE(m_events, QStringList { "options" });
+    }
+
+    void openTakesTheDefault_data()
+    {
+        QTest::addColumn<QByteArray>("desktop"); // XDG_CURRENT_DESKTOP
+        QTest::addColumn<QStringList>("started");
+        QTest::newRow("any desktop") << QByteArray() << QStringList { "archiver", "%1" };
+        QTest::newRow("a desktop with defaults of its own")
+            << QByteArray("X-Other:Vantrel") << QStringList { "viewer", "--view=%1" };
+    }
+
+    void openTakesTheDefault()
+    {
+        QFETCH(QByteArray, desktop);
+        QFETCH(QStringList, started);
+        qputenv("XDG_CURRENT_DESKTOP", desktop);
+        const auto restore = qScopeGuard([] { qunsetenv("XDG_CURRENT_DESKTOP"); });
+        const QString path = file("Nov 15 2026 - 22:10:07.zip");
+        showMenu(path);
+        QTest::mouseClick(button("Open"), Qt::LeftButton);
+        QTRY_COMPARE(m_events.size(), 2);
+        const QString args = m_home.filePath("bin/" + started.takeFirst() + ".args");
+        QTRY_COMPARE(QString::fromUtf8(contents(args)).split(QChar(0), Qt::SkipEmptyParts),
+                     started.replaceInStrings("%1", path));
+    }
+
+    void notOpened_data()
+    {
+        QTest::addColumn<QString>("applications"); // the folder of desktop files
+        QTest::addColumn<int>("portal");
+        QTest::addColumn<QStringList>("taps");
+        QTest::addColumn<QString>("said");
+        QTest::addColumn<QString>("logged"); // %1: the file's path
+        QTest::addColumn<QStringList>("events");
+        const QString nothing = "No application on this device could open “%1”.";
+        const QStringList both { "open-in", "options" };
+        QTest::newRow("Open, nothing for the type")
+            << "empty" << -1 << QStringList { "Open" } << nothing
+            << "no application opens %1 (application/zip)" << QStringList { "options" };
+        QTest::newRow("Open, the default cannot start")
+            << "broken" << -1 << QStringList { "Open" } << nothing
+            << "vantrel-test-broken.desktop could not be started for %1"
+            << QStringList { "options" };
+        QTest::newRow("Open With…, the chosen one cannot start")
+            << "broken" << -1 << QStringList { "Open With…", "Broken Viewer" } << nothing
+            << "vantrel-test-broken.desktop could not be started for %1" << both;
+        QTest::newRow("Open With…, the portal opens nothing")
+            << "data" << 2 << QStringList { "Open With…" } << nothing
+            << "the desktop portal opened %1 with no application (2)" << both;
+        QTest::newRow("Open With…, nothing for the type")
+            << "empty" << -1 << QStringList { "Open With…" }
+            << QString("No application here opens “%1”.")
+            << "no application opens %1 (application/zip)" << both;
+    }
+
+    // Whatever keeps a file from being opened, the window says so and the log says why.
+    void notOpened()
+    {
+        QFETCH(QString, applications);
+        QFETCH(int, portal);
+        QFETCH(QStringList, taps);
+        QFETCH(QString, said);
+        QFETCH(QString, logged);
+        QFETCH(QStringList, events);
+        qputenv("XDG_DATA_HOME", m_home.filePath(applications).toLocal8Bit());
+        m_portal.answer = portal;
+        QVERIFY(portal < 0 || QDBusConnection::sessionBus().registerService(kPortal));
+        const qint64 logStart = TestSupport::logSize();
+        const QString path = file("Nov 15 2026 - 22:10:07.zip");
+        showMenu(path);
+        for (const QString &tap : taps) {
+            QTRY_VERIFY(button(tap));
+            QTest::mouseClick(button(tap), Qt::LeftButton);
+        }
+        QTRY_VERIFY(m_controller->currentMenu() &&
+                    m_controller->currentMenu()->message() == said.arg(QFileInfo(path).fileName()));
+        QVERIFY(m_events.isEmpty());
+        QVERIFY(TestSupport::logLinesSince(logStart).join('\n').contains(logged.arg(path)));
+        QTest::mouseClick(
+            button(taps.size() == 1 && taps[0] == "Open With…" && portal < 0 ? "Cancel" : "Okay"),
+            Qt::LeftButton);
+        QTRY_COMPARE(m_events, events);
+        QCOMPARE(QDir(m_home.filePath("bin")).entryList({ "*.args" }), QStringList());
+    }
+
+    // A preview stays up through any number of actions: its Share opens the sheet again each
+    // time, every action works, and each menu's end is reported once, the preview's at Done.
+    void previewOutlivesActions_data()
+    {
+        QTest::addColumn<QStringList>("taps"); // "Share", a sheet's button, "Escape", "Done"
+        QTest::addColumn<QStringList>("events");
+        QTest::addColumn<int>("portal");
+        QTest::addColumn<QString>("clipboard"); // "copy": a private hand-over copy
+        const QStringList twice { "options", "options", "preview" };
+        QTest::newRow("Save a Copy…, Escape in the dialog, then Copy")
+            << QStringList { "Share", "Save a Copy…", "Escape", "Share", "Copy", "Done" } << twice
+            << -1 << "copy";
+        QTest::newRow("Copy, then Copy again")
+            << QStringList { "Share", "Copy", "Share", "Copy", "Done" } << twice << -1 << "copy";
+        QTest::newRow("Open, then Mail") << QStringList { "Share", "Open", "Share", "Mail", "Done" }
+                                         << QStringList { "sent to vantrel-test-archiver.desktop",
+                                                          "options", "options", "preview" }
+                                         << -1 << QString();
+        QTest::newRow("portal cancelled, then Copy")
+            << QStringList { "Share", "Open With…", "Share", "Copy", "Escape" }
+            << QStringList { "open-in", "options", "options", "preview" } << 1 << "copy";
+        QTest::newRow("Cancel, then Escape twice")
+            << QStringList { "Share", "Cancel", "Share", "Escape", "Escape" } << twice << -1
+            << QString();
+    }
+
+    void previewOutlivesActions()
+    {
+        QFETCH(QStringList, taps);
+        QFETCH(QStringList, events);
+        QFETCH(int, portal);
+        QFETCH(QString, clipboard);
+        m_portal.answer = portal;
+        QVERIFY(portal < 0 || QDBusConnection::sessionBus().registerService(kPortal));
+        QGuiApplication::clipboard()->clear();
+        const QString path = file("Vantrel-Nov 14 2026 - 09:00:00-Nov 15 2026 - 22:10:07.zip");
+        m_controller = Controller::interactionControllerWithURL(QUrl::fromLocalFile(path));
+        m_controller->setDelegate(this);
+        m_controller->setHandsOverCopy(true);
+        QVERIFY(m_controller->presentPreviewAnimated(true));
+        DocumentPreview *preview = m_controller->preview();
+        qsizetype shares = 0;
+        QString previous;
+        for (const QString &tap : std::as_const(taps)) {
+            if (tap == "Share") {
+                // Once the menu of the Share before has ended.
+                QTRY_COMPARE(m_events.count("options"), shares);
+                ++shares;
+                QTest::mouseClick(preview->shareButton(), Qt::LeftButton);
+                QVERIFY(m_controller->currentMenu());
+            } else if (tap == "Done") {
+                QTest::mouseClick(preview->doneButton(), Qt::LeftButton);
+            } else if (tap == "Escape") {
+                // In the file dialog that Save a Copy… opens once no portal has answered.
+                if (previous == "Save a Copy…")
+                    QTRY_VERIFY(m_window->findChild<QFileDialog *>());
+                QWidget *dialog = m_window->findChild<QFileDialog *>();
+                QWidget *menu = m_controller->currentMenu();
+                QTest::keyClick(dialog ? dialog : menu ? menu : preview, Qt::Key_Escape);
+            } else {
+                QTRY_VERIFY(button(tap));
+                QTest::mouseClick(button(tap), Qt::LeftButton);
+            }
+            previous = tap;
+        }
+        QTRY_COMPARE(m_events, events);
+        QVERIFY(!m_controller->isShowing());
+        // Nothing is reported twice: not later, nor when the program dismisses what is gone.
+        QCoreApplication::processEvents();
+        m_controller->dismissMenuAnimated(true);
+        m_controller->dismissPreviewAnimated(true);
+        QCOMPARE(m_events, events);
+        QTRY_VERIFY(!m_window->findChild<DocumentPreview *>());
+        QVERIFY(QFile::exists(path));
+
+        // What was copied is a file that stays, however the sheet ended: a copy of the archive
+        // that only its owner can read.
+        const QMimeData *pasted = QGuiApplication::clipboard()->mimeData();
+        const QList<QUrl> copied = pasted ? pasted->urls() : QList<QUrl>();
+        QCOMPARE(copied.size(), clipboard.isEmpty() ? 0 : 1);
+        if (!clipboard.isEmpty()) {
+            const QString handedOver = copied.first().toLocalFile();
+            QVERIFY(handedOver != path);
+            m_controller.reset();
+            QCOMPARE(contents(handedOver), contents(path));
+            QCOMPARE(TestSupport::fileMode(handedOver), 0600);
+        }
+    }
+
+    void preview_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<bool>("escape");       // closed with Escape rather than Done
+        QTest::addColumn<QStringList>("shown"); // %1: the file's path
+        const QStringList members { "msg-_TEL-_+15551234567-_15-Nov-2026-22-10-07.caf",
+                                    "msg-_TEL-_+15551234567-_15-Nov-2026-22-10-07.txt",
+                                    "msg-_FT-_anna.berg@example.com-_02-Nov-2026-18-30-12.caf" };
+        QTest::newRow("archive") << "Vantrel-Nov 14 2026 - 09:00:00-Nov 15 2026 - 22:10:07.zip"
+                                 << false << QStringList { "3 items" } + members;
+        QTest::newRow("recording")
+            << "Daniel.caf" << true << QStringList { "Daniel.caf", "Length: 1:05" };
+        QTest::newRow("missing") << "gone.caf" << false
+                                 << QStringList { "The file could not be read: %1" };
+    }
+
+    void preview()
+    {
+        QFETCH(QString, name);
+        QFETCH(bool, escape);
+        QFETCH(QStringList, shown);
+        const QString path = m_files->filePath(name);
+        if (name.endsWith(".zip")) {
+            QProcess zip;
+            zip.setWorkingDirectory(TestSupport::samplesDirectory());
+            zip.start("/usr/bin/zip", QStringList { "-q", path } + shown.mid(1));
+            QVERIFY(zip.waitForFinished() && zip.exitCode() == 0);
+        } else if (name == "Daniel.caf") { // as phones record: Core Audio Format, 65 seconds
+            QProcess ffmpeg;
+            ffmpeg.start("ffmpeg", { "-hide_banner", "-loglevel", "error", "-y", "-f", "lavfi",
+                                     "-i", "anullsrc=r=8000:cl=mono", "-t", "65", "-c:a",
+                                     "pcm_s16le", "-f", "caf", path });
+            QVERIFY(ffmpeg.waitForFinished() && ffmpeg.exitCode() == 0);
+        }
+        m_controller = Controller::interactionControllerWithURL(QUrl::fromLocalFile(path));
+        m_controller->setDelegate(this);
+        QVERIFY(m_controller->presentPreviewAnimated(true));
+        DocumentPreview *preview = m_controller->preview();
+        QVERIFY(preview->isVisible());
+        QCOMPARE(preview->geometry(), m_window->rect());
+        QTRY_COMPARE(preview->lines(), shown.replaceInStrings("%1", path));
+        // Never a way to unpack: not in the preview, not in the share sheet it opens.
+        const QRegularExpression unpack("extract|unpack|unzip|contents",
+                                        QRegularExpression::CaseInsensitiveOption);
+        QTest::mouseClick(preview->shareButton(), Qt::LeftButton);
+        for (QAbstractButton *control : m_window->findChildren<QAbstractButton *>()) {
+            QVERIFY2(!control->text().contains(unpack), qPrintable(control->text()));
+            QVERIFY(!control->isVisible() || !control->accessibleName().isEmpty());
+        }
+        QTest::mouseClick(button("Cancel"), Qt::LeftButton);
+        QCOMPARE(m_events, QStringList { "options" });
+        if (escape)
+            QTest::keyClick(preview, Qt::Key_Escape);
+        else
+            QTest::mouseClick(preview->doneButton(), Qt::LeftButton);
+        QCOMPARE(m_events, QStringList({ "options", "preview" }));
+        QTRY_VERIFY(!m_window->findChild<DocumentPreview *>());
+    }
+
+private:
+    // Writes down every end event, and releases the controller at the one it is told to.
+    void record(const QString &event)
+    {
+        m_events << event;
+        if (!m_releaseAt.isEmpty() && event.startsWith(m_releaseAt))
+            m_controller.reset();
+    }
+    // An empty zip archive unless told otherwise; null contents: no file.
+    QString file(const QString &name,
+                 const QByteArray &contents = QByteArray("PK\x05\x06", 4) + QByteArray(18, 0))
+    {
+        const QString path = m_files->filePath(name);
+        if (!contents.isNull())
+            TestSupport::writeFile(path, contents);
+        return path;
+    }
+    void showMenu(const QString &path)
+    {
+        m_controller = Controller::interactionControllerWithURL(QUrl::fromLocalFile(path));
+        m_controller->setDelegate(this);
+        QVERIFY(m_controller->presentOptionsMenuFromRect({ 5, 617, 40, 40 }, m_window.get(), true));
+    }
+    QPushButton *button(const QString &title) const
+    {
+        AlertController *menu = m_controller ? m_controller->currentMenu() : nullptr;
+        return menu ? menu->buttonForAction(title) : nullptr;
+    }
+
+    QTemporaryDir m_home;
+    std::unique_ptr<QTemporaryDir> m_files;
+    std::unique_ptr<QWidget> m_window;
+    std::unique_ptr<Controller> m_controller;
+    QString m_releaseAt;
+    QStringList m_events;
+    FileChooserPortal *m_chooser { nullptr };
+    struct
+    {
+        int answer = -1;
+        QString opened;
+        bool asked = false;
+    } m_portal;
+};
+
+QTEST_MAIN(TestDocumentInteraction)
+#include "tst_documentinteraction.moc"
