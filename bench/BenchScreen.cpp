@@ -4,7 +4,6 @@
 #include "app/Services.h"
 
 #include <QApplication>
-#include <QFile>
 #include <QTest>
 #include <QVBoxLayout>
 #include <cstdio>
@@ -15,11 +14,9 @@ bool BenchScreen::open(const char *benchmarkName)
         std::fprintf(stderr, "%s: could not write the recordings\n", benchmarkName);
         return false;
     }
-    // The list reads its address book from the environment, as in the application.
-    qputenv("VANTREL_CONTACTS", QFile::encodeName(data.contactsFile()));
 
     Services::install();
-    controller = std::make_unique<TableController>(data.messagesDirectory());
+    controller = std::make_unique<TableController>(data.messagesDirectory(), data.contactsFile());
     window = std::make_unique<QWidget>();
     window->setFixedSize(375, 667);
     auto *root = new RootViewController(controller.get(), window.get());

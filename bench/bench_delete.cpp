@@ -199,7 +199,7 @@ void BM_DeleteSelected(benchmark::State &state)
         std::vector<QByteArray> paths;
         for (const QString &name : std::as_const(gone))
             paths.push_back(QFile::encodeName(twin.messagesDirectory() + u'/' + name));
-        const std::unique_ptr<ContactStore> contacts = ContactStore::storeWithOptions(0);
+        const std::unique_ptr<ContactStore> contacts = ContactStore::storeWithOptions(0, twin.contactsFile());
         const RecordingCatalogue catalogue(contacts.get());
         const Clock::time_point unlinkStart = Clock::now();
         bool unlinked = true;

@@ -65,7 +65,7 @@ void VantrelApplication::applicationDidFinishLaunching()
     _window->installEventFilter(this);
 
     // The list of recordings, read from the Messages directory now.
-    _tableController = std::make_unique<TableController>(m_messagesDirectory);
+    _tableController = std::make_unique<TableController>(m_messagesDirectory, m_contactsSource);
 
     // The player asks for the proximity rule at every change of its playing state.
     connect(_tableController->playerController(), &VantrelPlayer::audioRouteChanged, this,

@@ -25,6 +25,8 @@ public:
     // Must be set before launching; every path of the program is formed from it.
     void setMessagesDirectory(const QString &directory) { m_messagesDirectory = directory; }
     QString messagesDirectory() const { return m_messagesDirectory; }
+    // The vCard file or folder the user named; empty for the desktop's own address books.
+    void setContactsSource(const QString &source) { m_contactsSource = source; }
 
     // The launching sequence: runs once, before the event loop.
     void applicationDidFinishLaunching();
@@ -66,6 +68,7 @@ private:
     void cameBack();
 
     QString m_messagesDirectory;
+    QString m_contactsSource;
     // The list lives as long as the application object, and so as long as the process; it
     // is declared before the window so that the window, which shows its table, goes first.
     std::unique_ptr<TableController> _tableController;

@@ -55,9 +55,6 @@ int main(int argc, char *argv[])
         if (options.contactsPath.isEmpty())
             options.contactsPath = demo->contactsPath();
     }
-    // The address book reads its source from the environment, like every other reader of it.
-    if (!options.contactsPath.isEmpty())
-        qputenv("VANTREL_CONTACTS", options.contactsPath.toLocal8Bit());
     if (options.windowSize.isValid())
         Screen::setOverrideSize(options.windowSize);
 
@@ -76,6 +73,7 @@ int main(int argc, char *argv[])
     // Stopped from outside, it ends as a closed window does, and takes its files with it.
     const QuitOnSignal quitOnSignal;
     application.setMessagesDirectory(options.messagesDirectory);
+    application.setContactsSource(options.contactsPath);
     application.applicationDidFinishLaunching();
     std::unique_ptr<FirstFrameCapture> capture;
     if (!options.screenshotPath.isEmpty())

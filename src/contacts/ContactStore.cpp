@@ -46,19 +46,18 @@ struct ContactStore::Mailbox
     }
 };
 
-std::unique_ptr<ContactStore> ContactStore::storeWithOptions(int)
+std::unique_ptr<ContactStore> ContactStore::storeWithOptions(int, const QString &namedSource)
 {
-    auto store = std::make_unique<ContactStore>(defaultSources());
+    auto store = std::make_unique<ContactStore>(defaultSources(namedSource));
     if (QAbstractEventDispatcher::instance())
         store->m_desktopBooks = DesktopAddressBook::shared();
     return store;
 }
 
-QStringList ContactStore::defaultSources()
+QStringList ContactStore::defaultSources(const QString &namedSource)
 {
-    const QString configured = qEnvironmentVariable("VANTREL_CONTACTS");
-    if (!configured.isEmpty())
-        return { configured, DesktopAddressBook::copyPath() };
+    if (!namedSource.isEmpty())
+        return { namedSource, DesktopAddressBook::copyPath() };
     const QString dataHome = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
     return { dataHome + QLatin1String("/contacts"), dataHome + QLatin1String("/kpeoplevcard"),
              DesktopAddressBook::copyPath() };

@@ -20,12 +20,13 @@ class ContactStore : public QObject
 {
     Q_OBJECT
 public:
-    // The file or folder named by VANTREL_CONTACTS, else every ".vcf" under
+    // The file or folder the user named (--contacts), else every ".vcf" under
     // $XDG_DATA_HOME/contacts and $XDG_DATA_HOME/kpeoplevcard; and in both cases the copy of
     // the desktop's own address books, which this store keeps up to date while it lives
     // (see DesktopAddressBook). Options are reserved (0).
-    static std::unique_ptr<ContactStore> storeWithOptions(int options);
-    static QStringList defaultSources();
+    static std::unique_ptr<ContactStore> storeWithOptions(int options,
+                                                          const QString &namedSource = {});
+    static QStringList defaultSources(const QString &namedSource = {});
 
     // Region used to read numbers written without a country code: the territory of the
     // user's locale ("US" for en_US), or "ZZ" when the locale names none.

@@ -32,8 +32,10 @@ const QColor kQuietText { 142, 142, 147 }; // grey on black, as a list's empty s
 const QColor kMonogramGrey { 120, 120, 128 };
 } // namespace
 
-TableController::TableController(const QString &messagesDirectory, QObject *parent)
-    : TableViewController(parent), _messagesDirectory(messagesDirectory)
+TableController::TableController(const QString &messagesDirectory,
+                                 const QString &contactsSource, QObject *parent)
+    : TableViewController(parent), _messagesDirectory(messagesDirectory),
+      m_contactsSource(contactsSource)
 {
     seekOffset = -1;
 
@@ -126,7 +128,7 @@ void TableController::getEntries()
         closeOpenRow();
 
     if (!entriesContactStore)
-        entriesContactStore = ContactStore::storeWithOptions(0);
+        entriesContactStore = ContactStore::storeWithOptions(0, m_contactsSource);
     QString error;
     entries = RecordingCatalogue(entriesContactStore.get()).entries(_messagesDirectory, &error);
     if (error != std::exchange(_listError, error) && !error.isEmpty())
@@ -234,7 +236,7 @@ void TableController::directoryDidChange(VTDirectoryWatcher *)
 const Contact *TableController::existingContactForAddress(const QString &address)
 {
     if (!addressContactStore)
-        addressContactStore = ContactStore::storeWithOptions(0);
+        addressContactStore = ContactStore::storeWithOptions(0, m_contactsSource);
     return addressContactStore->contactForDestinationId(address);
 }
 

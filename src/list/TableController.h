@@ -40,7 +40,9 @@ public:
                                                           QStringLiteral("Select All"),
                                                           QStringLiteral("Deselect All") };
 
-    explicit TableController(const QString &messagesDirectory, QObject *parent = nullptr);
+    // contactsSource: the vCard file or folder the user named, or empty for the desktop's own.
+    explicit TableController(const QString &messagesDirectory, const QString &contactsSource = {},
+                             QObject *parent = nullptr);
     ~TableController() override;
 
     QString title() const override { return QStringLiteral("Vantrel Plus"); }
@@ -183,6 +185,7 @@ private:
     // Fields keep the list's own names: a leading underscore for a field behind an accessor,
     // none for the others.
     QString _messagesDirectory;
+    QString m_contactsSource;
     int64_t seekOffset { -1 }; // set at construction and never read; kept as it always was
     QList<Entry> entries;
     QString _listError; // why the Messages directory could not be read, or empty

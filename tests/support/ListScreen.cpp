@@ -18,7 +18,6 @@ ListScreen::ListScreen()
     TestSupport::writeFile(m_root.filePath(QStringLiteral("contacts.vcf")),
                            "BEGIN:VCARD\r\nVERSION:3.0\r\nFN:Daniel Reyes\r\nN:Reyes;Daniel;;;\r\n"
                            "TEL;TYPE=CELL:(555) 123-4567\r\nEND:VCARD\r\n");
-    qputenv("VANTREL_CONTACTS", m_root.filePath(QStringLiteral("contacts.vcf")).toLocal8Bit());
 }
 
 ListScreen::~ListScreen() = default;
@@ -39,7 +38,8 @@ void ListScreen::open(const QString &directory, int width)
 {
     m_window = std::make_unique<QWidget>();
     m_window->resize(width, 667);
-    m_list = new TableController(directory.isNull() ? messages() : directory, m_window.get());
+    m_list = new TableController(directory.isNull() ? messages() : directory,
+                                 m_root.filePath(QStringLiteral("contacts.vcf")), m_window.get());
     m_navigation = new RootViewController(m_list, m_window.get());
     auto *layout = new QVBoxLayout(m_window.get());
     layout->setContentsMargins(0, 0, 0, 0);

@@ -57,10 +57,9 @@ int main(int argc, char *argv[])
         std::fprintf(stderr, "%s\n", qPrintable(error));
         return 1;
     }
-    qputenv("VANTREL_CONTACTS", demo->contactsPath().toLocal8Bit());
-
     VantrelApplication application(argc, argv);
     application.setMessagesDirectory(demo->messagesDirectory());
+    application.setContactsSource(demo->contactsPath());
     application.applicationDidFinishLaunching();
     QWidget *window = application.window();
     if (!QTest::qWaitForWindowExposed(window))
