@@ -1,10 +1,9 @@
 #include "MediaPlayer2.h"
 
 #include "MprisAdaptors.h"
-#include "VantrelApplication.h"
-#include "list/TableController.h"
 #include "audio/AudioPlayer.h"
 #include "playback/VantrelPlayer.h"
+#include "store/Entry.h"
 
 #include <QCoreApplication>
 #include <QCryptographicHash>
@@ -23,7 +22,8 @@ MprisPlayerAdaptor::MprisPlayerAdaptor(MediaPlayer2 *player)
     connect(player, &MediaPlayer2::seeked, this, &MprisPlayerAdaptor::Seeked);
 }
 
-MediaPlayer2::MediaPlayer2(TableController *list, QObject *parent) : QObject(parent), m_list(list)
+MediaPlayer2::MediaPlayer2(VantrelPlayer *player, NowPlaying nowPlaying, QObject *parent)
+    : QObject(parent), m_player(player), m_nowPlaying(std::move(nowPlaying))
 {
     new MprisRootAdaptor(this);
     new MprisPlayerAdaptor(this);
@@ -31,7 +31,7 @@ MediaPlayer2::MediaPlayer2(TableController *list, QObject *parent) : QObject(par
     if (!bus.isConnected())
         return;
     m_registered = bus.registerObject(kObjectPath, this) && bus.registerService(kServiceName);
-    if (VantrelPlayer *vantrelPlayer = player()) {
+    if (VantrelPlayer *vantrelPlayer = m_player) {
         connect(vantrelPlayer, &VantrelPlayer::playbackChanged, this, &MediaPlayer2::announce);
         connect(vantrelPlayer, &VantrelPlayer::seeked, this,
                 [this](double seconds) { emit seeked(qlonglong(seconds * kMicroseconds)); });
@@ -50,13 +50,17 @@ MediaPlayer2::~MediaPlayer2()
 
 VantrelPlayer *MediaPlayer2::player() const
 {
-    return m_list ? m_list->playerController() : nullptr;
+    return m_player;
+}
+
+const Entry *MediaPlayer2::loaded() const
+{
+    return canPlay() ? m_nowPlaying() : nullptr;
 }
 
 void MediaPlayer2::raise()
 {
-    if (VantrelApplication *application = VantrelApplication::sharedApplication())
-        application->raiseWindow();
+    emit raiseRequested();
 }
 
 void MediaPlayer2::quit()
@@ -78,12 +82,12 @@ QString MediaPlayer2::playbackStatus() const
 
 QDBusObjectPath MediaPlayer2::trackId() const
 {
-    const auto row = m_list ? m_list->currentSelectedRowIndex() : std::nullopt;
-    if (!canPlay() || !row || row->row >= m_list->entryList().size())
+    const Entry *entry = loaded();
+    if (!entry)
         return QDBusObjectPath(QStringLiteral("/org/mpris/MediaPlayer2/TrackList/NoTrack"));
     // A path element may hold only letters, digits and "_": the name's digest stands for it.
-    const QByteArray digest = QCryptographicHash::hash(
-        m_list->entryList().at(row->row).filename.toUtf8(), QCryptographicHash::Sha1);
+    const QByteArray digest =
+        QCryptographicHash::hash(entry->filename.toUtf8(), QCryptographicHash::Sha1);
     return QDBusObjectPath(QStringLiteral("/net/zorvath/vantrel/recording/r") +
                            QString::fromLatin1(digest.toHex()));
 }
@@ -91,10 +95,10 @@ QDBusObjectPath MediaPlayer2::trackId() const
 QVariantMap MediaPlayer2::metadata() const
 {
     QVariantMap data { { QStringLiteral("mpris:trackid"), QVariant::fromValue(trackId()) } };
-    const auto row = m_list ? m_list->currentSelectedRowIndex() : std::nullopt;
-    if (!canPlay() || !row || row->row >= m_list->entryList().size())
+    const Entry *loadedEntry = loaded();
+    if (!loadedEntry)
         return data;
-    const Entry &entry = m_list->entryList().at(row->row);
+    const Entry &entry = *loadedEntry;
     // What the row shows: the caller's name (or address), then the date and the kind.
     data.insert(QStringLiteral("xesam:title"), entry.name.isEmpty() ? entry.address : entry.name);
     data.insert(QStringLiteral("xesam:artist"), QStringList { entry.detailText() });

@@ -4,8 +4,9 @@
 #include <QObject>
 #include <QPointer>
 #include <QVariantMap>
+#include <functional>
 
-class TableController;
+struct Entry;
 class VantrelPlayer;
 
 // The application as an MPRIS 2 media player on the session bus
@@ -20,8 +21,11 @@ public:
     static inline const QString kServiceName = QStringLiteral("org.mpris.MediaPlayer2.vantrel");
     static inline const QString kObjectPath = QStringLiteral("/org/mpris/MediaPlayer2");
 
+    // The recording loaded in the player, or null when none is.
+    using NowPlaying = std::function<const Entry *()>;
+
     // Registers on the session bus; without one it does nothing.
-    explicit MediaPlayer2(TableController *list, QObject *parent = nullptr);
+    MediaPlayer2(VantrelPlayer *player, NowPlaying nowPlaying, QObject *parent = nullptr);
     ~MediaPlayer2() override;
 
     // The root interface.
@@ -42,14 +46,19 @@ public:
 
 signals:
     void seeked(qlonglong position);
+    // A media panel asked to see the player's window.
+    void raiseRequested();
 
 private:
     VantrelPlayer *player() const;
+    // The recording in the player while it can play, else null.
+    const Entry *loaded() const;
     QDBusObjectPath trackId() const;
     // Tells the bus which of the player's properties changed, and their new values.
     void announce();
 
-    QPointer<TableController> m_list;
+    QPointer<VantrelPlayer> m_player;
+    NowPlaying m_nowPlaying;
     bool m_registered { false };
     QVariantMap m_announced; // the values last told, so only changes are sent
 };

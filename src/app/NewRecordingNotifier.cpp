@@ -1,7 +1,6 @@
 #include "NewRecordingNotifier.h"
 
 #include "core/Log.h"
-#include "list/TableController.h"
 #include "desktop/LauncherBadge.h"
 
 #include <QDBusConnection>
@@ -18,12 +17,12 @@ const QString kPlay = QStringLiteral("play");
 const QString kCallBack = QStringLiteral("call-back");
 } // namespace
 
-NewRecordingNotifier::NewRecordingNotifier(TableController *list, QWidget *window, QObject *parent)
-    : QObject(parent), m_list(list), m_window(window)
+NewRecordingNotifier::NewRecordingNotifier(const QList<Entry> &entries, QWidget *window,
+                                           QObject *parent)
+    : QObject(parent), m_window(window)
 {
-    for (const Entry &entry : list->entryList())
+    for (const Entry &entry : entries)
         m_known.insert(entry.filename);
-    connect(list, &TableController::entriesReloaded, this, &NewRecordingNotifier::listReloaded);
     m_pace.setInterval(kPaceMs);
     connect(&m_pace, &QTimer::timeout, this, &NewRecordingNotifier::showNext);
 
@@ -34,12 +33,11 @@ NewRecordingNotifier::NewRecordingNotifier(TableController *list, QWidget *windo
                 SLOT(notificationClosed(uint, uint)));
 }
 
-void NewRecordingNotifier::listReloaded()
+void NewRecordingNotifier::entriesChanged(const QList<Entry> &entries)
 {
     QSet<QString> now;
     const bool away = !m_window || !m_window->isActiveWindow();
     // The list is newest first; a burst is announced oldest first, as it came.
-    const QList<Entry> &entries = m_list->entryList();
     for (auto entry = entries.crbegin(); entry != entries.crend(); ++entry) {
         now.insert(entry->filename);
         if (!m_known.contains(entry->filename) && away)

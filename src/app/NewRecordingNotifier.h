@@ -9,8 +9,6 @@
 #include <QSet>
 #include <QTimer>
 
-class TableController;
-
 // Tells the desktop of each recording that arrives while the window is not the active one:
 // a "New voicemail" notification (org.freedesktop.Notifications) with the caller and the
 // time and the actions "Play" and "Call back", and the launcher badge counting them. What
@@ -23,7 +21,8 @@ public:
     // Notifications shown per second at most, so that a burst does not flood the screen.
     static constexpr int kPaceMs = 350;
 
-    NewRecordingNotifier(TableController *list, QWidget *window, QObject *parent = nullptr);
+    // entries: what the list shows at launch, known already.
+    NewRecordingNotifier(const QList<Entry> &entries, QWidget *window, QObject *parent = nullptr);
 
     // The badge was cleared: arrivals are counted again from nothing.
     void clearCount() { m_count = 0; }
@@ -33,15 +32,17 @@ signals:
     void playRequested(const QString &filename);
     void callBackRequested(const QString &address);
 
+public slots:
+    // The list was read again and shows these entries, newest first.
+    void entriesChanged(const QList<Entry> &entries);
+
 private slots:
-    void listReloaded();
     void actionInvoked(uint id, const QString &action);
     void notificationClosed(uint id, uint reason);
 
 private:
     void showNext();
 
-    QPointer<TableController> m_list;
     QPointer<QWidget> m_window;
     QSet<QString> m_known;      // the recordings already seen
     QList<Entry> m_waiting;     // arrived, not yet shown

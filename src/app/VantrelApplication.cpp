@@ -82,8 +82,14 @@ void VantrelApplication::applicationDidFinishLaunching()
     layout->addWidget(_viewController);
     Device::currentDevice()->setWindow(_window.get());
     _window->show();
-    m_mediaPlayer = std::make_unique<MediaPlayer2>(_tableController.get());
-    m_notifier = std::make_unique<NewRecordingNotifier>(_tableController.get(), _window.get());
+    TableController *list = _tableController.get();
+    m_mediaPlayer = std::make_unique<MediaPlayer2>(list->playerController(),
+                                                   [list] { return list->openEntry(); });
+    connect(m_mediaPlayer.get(), &MediaPlayer2::raiseRequested, this,
+            &VantrelApplication::raiseWindow);
+    m_notifier = std::make_unique<NewRecordingNotifier>(list->entryList(), _window.get());
+    connect(list, &TableController::entriesReloaded, m_notifier.get(),
+            [this, list] { m_notifier->entriesChanged(list->entryList()); });
     connect(m_notifier.get(), &NewRecordingNotifier::playRequested, this,
             [this](const QString &filename) {
                 raiseWindow();

@@ -1,7 +1,6 @@
 #include "AudioPlayer.h"
 
 #include "AudioDecoder.h"
-#include "AudioSession.h"
 #include "PulseOutput.h"
 
 #include <QPointer>
@@ -275,10 +274,6 @@ AudioPlayer::AudioPlayer(const QString &path, QObject *parent)
 {
     m_reconnect.setInterval(kReconnectMs);
     connect(&m_reconnect, &QTimer::timeout, this, &AudioPlayer::requestOutput);
-    connect(AudioSession::sharedInstance(), &AudioSession::outputChanged, this,
-            &AudioPlayer::followRoute);
-    connect(AudioSession::sharedInstance(), &AudioSession::callActiveChanged, this,
-            &AudioPlayer::followCall);
     m_engine->thread = std::thread([engine = m_engine.get(), path] { engine->run(path); });
 }
 
@@ -320,7 +315,7 @@ void AudioPlayer::requestOutput()
     m_outputRequested = true;
     if (m_status != Status::Ready)
         return;
-    m_sink = AudioSession::sharedInstance()->outputName();
+    m_sink = m_route.output;
     {
         const std::lock_guard held(m_engine->lock);
         m_engine->prepared = true;
@@ -504,16 +499,27 @@ void AudioPlayer::noticeLostOutput()
 {
     // The output the stream played on went away and the server moved the stream elsewhere: a
     // phone pauses then, as for a call, and goes on when the device returns.
-    if (m_sink.isEmpty() || AudioSession::sharedInstance()->hasOutput(m_sink) ||
+    if (m_sink.isEmpty() || hasOutput(m_sink) ||
         !m_lostSink.isEmpty())
         return;
     m_lostSink = m_sink;
     setInterrupted(true);
 }
 
+void AudioPlayer::setRoute(const AudioRoute &route)
+{
+    const AudioRoute was = std::exchange(m_route, route);
+    const bool first = !std::exchange(m_routed, true);
+    if (first || route.output != was.output)
+        followRoute();
+    // A call already under way when the player was made interrupts nothing it began.
+    if (!first && route.callActive != was.callActive)
+        followCall(route.callActive);
+}
+
 void AudioPlayer::followRoute()
 {
-    const QString sink = AudioSession::sharedInstance()->outputName();
+    const QString sink = m_route.output;
     if (!m_outputOpen) {
         m_sink = sink;
         return;

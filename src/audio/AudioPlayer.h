@@ -2,10 +2,22 @@
 
 #include <QObject>
 #include <QString>
+#include <QStringList>
 #include <QTimer>
 #include <memory>
 
 class AudioPlayer;
+
+// Where a player's sound goes, as the audio session hands it over.
+struct AudioRoute
+{
+    // The audio server's name of the output to play on; empty for the server's default.
+    QString output;
+    // Every output the server has now.
+    QStringList outputs;
+    // A call is under way on the sound server.
+    bool callActive { false };
+};
 
 // What a player tells whoever plays with it; every call arrives on the thread that made the
 // player, never during a call into the player.
@@ -82,6 +94,10 @@ public:
     double averagePowerForChannel(int channel) const;
     double peakPowerForChannel(int channel) const;
 
+    // Where the sound goes from now on: handed over by the audio session, at first and at
+    // each change. Until then the player plays on the server's default output.
+    void setRoute(const AudioRoute &route);
+
     // The audio server's name of the output the stream plays on, empty while there is none.
     QString outputName() const;
     // Bytes of sound handed to the audio server since the player was made; safe to ask from
@@ -102,10 +118,13 @@ private:
     void setInterrupted(bool interrupted);
     void followCall(bool active);
     void followRoute();
+    bool hasOutput(const QString &name) const { return m_route.outputs.contains(name); }
     void noticeLostOutput();
     void requestOutput();
 
     QString m_path;
+    AudioRoute m_route;
+    bool m_routed { false };
     Status m_status { Status::Loading };
     QString m_error;
     AudioPlayerDelegate *m_delegate { nullptr };

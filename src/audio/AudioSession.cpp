@@ -61,6 +61,22 @@ bool AudioSession::setCategory(const QString &category)
     return true;
 }
 
+void AudioSession::attach(AudioPlayer *player)
+{
+    const auto handOver = [this, player] { player->setRoute(route()); };
+    connect(this, &AudioSession::routeChanged, player, handOver);
+    connect(this, &AudioSession::callActiveChanged, player, handOver);
+    handOver();
+}
+
+AudioRoute AudioSession::route() const
+{
+    AudioRoute route { m_outputName, {}, callActive() };
+    for (const AudioOutputs::Output &output : m_outputs->outputs())
+        route.outputs << output.name;
+    return route;
+}
+
 QString AudioSession::outputName() const
 {
     return m_outputName;

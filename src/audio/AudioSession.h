@@ -1,5 +1,6 @@
 #pragma once
 
+#include "AudioPlayer.h"
 #include "SpeakerSwitch.h"
 
 #include <QObject>
@@ -36,6 +37,11 @@ public:
     QString category() const { return m_category; }
     // Answers false, and keeps the category, for a category it does not know.
     bool setCategory(const QString &category);
+
+    // Hands the player where its sound goes now, and again at each change, for as long as
+    // both live.
+    void attach(AudioPlayer *player);
+    AudioRoute route() const;
 
     // The audio server's name of the output the category plays on; empty while the server's
     // outputs are not known.

@@ -52,6 +52,13 @@ public:
     QString messagesDirectory() const { return _messagesDirectory; }
     const QList<Entry> &entryList() const { return entries; }
     std::optional<IndexPath> currentSelectedRowIndex() const { return selectedRowIndex; }
+    // The entry of the open row, or null while no row is open.
+    const Entry *openEntry() const
+    {
+        return selectedRowIndex && selectedRowIndex->row < entries.size()
+                   ? &entries.at(selectedRowIndex->row)
+                   : nullptr;
+    }
     BarButtonItem *editButton() const;
     BarButtonItem *shareButton() const { return _shareButton; }
     BarButtonItem *trashButton() const { return _trashButton; }

@@ -163,6 +163,7 @@ std::unique_ptr<AudioPlayer> VantrelPlayer::makePlayer() const
     if (path.isEmpty())
         return nullptr;
     auto player = std::make_unique<AudioPlayer>(path);
+    AudioSession::sharedInstance()->attach(player.get());
     player->setMeteringEnabled(true);
     return player;
 }

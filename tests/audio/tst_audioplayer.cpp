@@ -109,6 +109,7 @@ void TestAudioPlayer::cleanup()
 std::unique_ptr<AudioPlayer> TestAudioPlayer::load(const QString &path)
 {
     auto player = std::make_unique<AudioPlayer>(path);
+    AudioSession::sharedInstance()->attach(player.get());
     player->setDelegate(&m_listener);
     QSignalSpy loaded(player.get(), &AudioPlayer::loaded);
     if (!loaded.wait(5000) || !loaded.first().first().toBool())
