@@ -1,5 +1,6 @@
 #include "BarButton.h"
 
+#include "Bar.h"
 #include "BarButtonItem.h"
 #include "Images.h"
 #include "View.h"
@@ -8,7 +9,6 @@
 #include <QPainter>
 
 namespace {
-constexpr int kBarHeight = 44;
 constexpr int kImageSize = 28;
 constexpr int kPadding = 8;
 constexpr int kFontSize = 17;
@@ -49,12 +49,12 @@ void BarButton::sync()
 QSize BarButton::sizeHint() const
 {
     if (!m_item || !m_item->imageName().isEmpty())
-        return { kImageSize + 2 * kPadding, kBarHeight };
+        return { kImageSize + 2 * kPadding, Bar::kHeight };
     const QFontMetrics metrics(font());
     int width = metrics.horizontalAdvance(m_item->title());
     for (const QString &title : m_item->possibleTitles())
         width = qMax(width, metrics.horizontalAdvance(title));
-    return { width + 2 * kPadding, kBarHeight };
+    return { width + 2 * kPadding, Bar::kHeight };
 }
 
 void BarButton::paintEvent(QPaintEvent *)

@@ -16,6 +16,9 @@ class QVariantAnimation;
 class TableView;
 class TableViewCell;
 
+// A row's height when the delegate gives none.
+inline constexpr double kDefaultRowHeight = 44.0;
+
 class TableViewDataSource
 {
 public:
@@ -39,7 +42,7 @@ class TableViewDelegate
 {
 public:
     virtual ~TableViewDelegate() = default;
-    virtual double heightForRowAtIndexPath(const IndexPath &) { return 44.0; }
+    virtual double heightForRowAtIndexPath(const IndexPath &) { return kDefaultRowHeight; }
     virtual void didSelectRowAtIndexPath(const IndexPath &) {}
     virtual void didDeselectRowAtIndexPath(const IndexPath &) {}
     virtual TableViewDataSource::EditingStyle editingStyleForRowAtIndexPath(const IndexPath &)
@@ -157,6 +160,9 @@ protected:
     bool focusNextPrevChild(bool next) override;
 
 private:
+    // The red button a left swipe reveals at a row's end.
+    static constexpr int kDeleteButtonWidth = 82;
+
     void recomputeOffsets();
     void updateScrollRange();
     void layoutCells();
