@@ -12,9 +12,9 @@ QStringList RecordingDeleter::pathsToRemove(const QList<Entry> &entries) const
 {
     QStringList paths;
     for (const Entry &entry : entries) {
-        paths << RecordingFiles::joined(m_messagesDirectory, entry.filename);
-        const QString transcript = RecordingFiles::joined(
-            m_messagesDirectory, RecordingName::transcriptName(entry.filename));
+        paths << m_messagesDirectory.filePath(entry.filename);
+        const QString transcript =
+            m_messagesDirectory.filePath(RecordingName::transcriptName(entry.filename));
         if (hasTranscriptFile(transcript))
             paths << transcript;
     }
@@ -23,17 +23,15 @@ QStringList RecordingDeleter::pathsToRemove(const QList<Entry> &entries) const
 
 bool RecordingDeleter::removePaths(const QStringList &paths) const
 {
-    const QString prefix = m_messagesDirectory + u'/';
     const QSet<QString> chosen(paths.cbegin(), paths.cend());
     bool failed = false;
     for (const QString &path : paths) {
         // Only a name inside the Messages directory is decoded, and only a file that was
         // chosen is removed: a name like "a%20b.caf" never takes another recording "a b.caf"
         // with it.
+        const std::optional<QString> name = m_messagesDirectory.nameOf(path);
         const std::optional<QString> target =
-            path.startsWith(prefix)
-                ? RecordingFiles::unescapedPathInside(m_messagesDirectory, path.mid(prefix.size()))
-                : std::nullopt;
+            name ? m_messagesDirectory.checkedFilePath(*name) : std::nullopt;
         QString error;
         if (!target)
             error = QStringLiteral("remove %1: the name does not name a file of the Messages "
@@ -56,15 +54,11 @@ void RecordingDeleter::removeSilently(const Entry &entry) const
 {
     // A stored name comes from the directory's own listing, so it is one entry of it; a name
     // given otherwise that would leave the directory is simply not removed.
-    const auto inside = [](const QString &name) {
-        return !name.isEmpty() && name != QLatin1String(".") && name != QLatin1String("..") &&
-               !name.contains(u'/');
-    };
-    if (inside(entry.filename))
-        RecordingFiles::removeFile(RecordingFiles::joined(m_messagesDirectory, entry.filename));
+    if (MessagesDirectory::namesOneEntry(entry.filename))
+        RecordingFiles::removeFile(m_messagesDirectory.filePath(entry.filename));
     const QString transcriptName = RecordingName::transcriptName(entry.filename);
-    const QString transcript = RecordingFiles::joined(m_messagesDirectory, transcriptName);
-    if (inside(transcriptName) && hasTranscriptFile(transcript))
+    const QString transcript = m_messagesDirectory.filePath(transcriptName);
+    if (MessagesDirectory::namesOneEntry(transcriptName) && hasTranscriptFile(transcript))
         RecordingFiles::removeFile(transcript);
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "store/Entry.h"
+#include "store/MessagesDirectory.h"
 
 #include <QList>
 #include <QString>
@@ -32,5 +33,5 @@ private:
     // The transcript path of a recording path, when a file (not a folder) is there.
     bool hasTranscriptFile(const QString &transcriptPath) const;
 
-    QString m_messagesDirectory;
+    MessagesDirectory m_messagesDirectory;
 };

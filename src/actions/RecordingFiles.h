@@ -4,21 +4,9 @@
 #include <QString>
 #include <optional>
 
-// Where the files of a recording live, and the archives made of them. Plain functions: the
+// The archives made of recordings, and removing a recording's files. Plain functions: the
 // rules that decide which file a delete or a share touches are tested without a screen.
 namespace RecordingFiles {
-
-// "%XX" sequences decoded. A "%" not followed by two hex digits, or a result that is not
-// UTF-8, gives nothing.
-std::optional<QString> stringByRemovingPercentEscapes(const QString &text);
-
-// "%@/%@": the Messages directory and a name as the list stores it.
-QString joined(const QString &messagesDirectory, const QString &name);
-
-// The file a name stands for once its percent escapes are removed, when that is a file
-// directly inside the Messages directory: nothing for a malformed escape, or for a name that
-// would then be empty, ".", "..", or hold a "/" (which would reach outside the directory).
-std::optional<QString> unescapedPathInside(const QString &messagesDirectory, const QString &name);
 
 // Whether a path is a temporary archive of the share flow: it holds ".zip" anywhere.
 bool isTemporaryArchive(const QString &path);

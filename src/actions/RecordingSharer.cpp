@@ -20,9 +20,8 @@ RecordingSharer::~RecordingSharer()
 
 QString RecordingSharer::sourcePath(const Entry &entry) const
 {
-    const std::optional<QString> decoded =
-        RecordingFiles::unescapedPathInside(m_messagesDirectory, entry.filename);
-    const QString stored = RecordingFiles::joined(m_messagesDirectory, entry.filename);
+    const std::optional<QString> decoded = m_messagesDirectory.checkedFilePath(entry.filename);
+    const QString stored = m_messagesDirectory.filePath(entry.filename);
     // Recorders write no "%" into names, so the two agree for every real recording; where
     // they do not, the row's own file is the one the person chose.
     return decoded && *decoded == stored ? *decoded : stored;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "store/MessagesDirectory.h"
 #include "VantrelFileZipper.h"
 #include "store/Entry.h"
 
@@ -49,7 +50,7 @@ private:
     }
     void zippingDidFinishSuccessfully(bool success) override { emit zippingFinished(success); }
 
-    QString m_messagesDirectory;
+    MessagesDirectory m_messagesDirectory;
     VantrelFileZipper m_zipper; // the shared archiver, made with the Messages directory
     std::future<void> m_run;
     QString m_output; // the archive of the last run

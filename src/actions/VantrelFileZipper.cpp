@@ -65,7 +65,7 @@ bool VantrelFileZipper::zipSourceFilePaths(const QStringList &sourceFilePaths,
     // One zip run per file, each adding it to the archive and reporting progress.
     for (const QString &item : std::as_const(items)) {
         mylog(QStringLiteral("zip destination path %1, path %2").arg(destinationPath, item));
-        const QString source = QStringLiteral("%1/%2").arg(m_messagesDirectory, item);
+        const QString source = m_messagesDirectory.filePath(item);
         // Each name reaches zip as one argument, whatever it holds, and zip stores it bare.
         QByteArray executable(zipExecutable);
         QByteArray junkPaths("-j");

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "store/MessagesDirectory.h"
+
 #include <QString>
 #include <QStringList>
 
@@ -49,6 +51,6 @@ public:
     static inline const char *zipExecutable = "/usr/bin/zip";
 
 private:
-    QString m_messagesDirectory;
+    MessagesDirectory m_messagesDirectory;
     VantrelFileZipperDelegate *m_zipProgressDelegate { nullptr }; // not owned
 };

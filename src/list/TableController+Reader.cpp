@@ -4,6 +4,7 @@
 #include "TableController.h"
 #include "VTCell.h"
 #include "core/Log.h"
+#include "store/MessagesDirectory.h"
 #include "toolkit/AlertController.h"
 #include "core/Url.h"
 #include "desktop/UrlOpening.h"
@@ -43,7 +44,7 @@ void TableController::readerViewTapped(Button *button)
 
         // Read on every tap, in both directions.
         const QString text =
-            Transcript::read(QStringLiteral("%1/%2").arg(_messagesDirectory, cell->textFile()));
+            Transcript::read(MessagesDirectory(_messagesDirectory).filePath(cell->textFile()));
         cell->setReaderText(text);
         cell->readerView()->setPlainText(Transcript::forDisplay(text));
 

@@ -206,7 +206,7 @@ void VantrelPlayer::setupPlayerForCell(PlayerCell *cell)
     const QString filePath = cell->filePath();
     resetErrorView();
     m_urlString =
-        filePath.isNull() ? QString() : QStringLiteral("%1/%2").arg(m_messagesDirectory, filePath);
+        filePath.isNull() ? QString() : m_messagesDirectory.filePath(filePath);
     // The recording opens on the player's thread; the row learns which way it went.
     m_player = makePlayer();
     const QPointer<QWidget> playerView = cell->playerView();

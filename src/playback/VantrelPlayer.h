@@ -1,5 +1,6 @@
 #pragma once
 
+#include "store/MessagesDirectory.h"
 #include "audio/AudioPlayer.h"
 #include "playback/VantrelProgressView.h"
 
@@ -123,7 +124,7 @@ private:
     QWidget *_errorView; // in the container's place; a child of the shelf or a player view
     QLabel *_errorLabel;
 
-    QString m_messagesDirectory;
+    MessagesDirectory m_messagesDirectory;
     QString m_urlString;
     std::unique_ptr<AudioPlayer> m_player;
     // Holds the controls and the banner while they are in no row. A row's player view holds
