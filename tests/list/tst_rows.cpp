@@ -23,7 +23,6 @@ private slots:
     void init();
     void cleanup() { m_screen.reset(); }
     void tapsOpenSwitchAndCloseRows();
-    void keyboardOpensAndClosesRows();
     void keyboardReachesEachControlOnce();
     void aLongAddressIsReadAsItIsShown();
     void closingARowClosesItsTranscript_data();
@@ -118,29 +117,6 @@ void TestRows::tapsOpenSwitchAndCloseRows()
     m_screen->tapRow(1);
     QVERIFY(m_screen->waitForHeights({ 54, 54, 54 }));
     QTRY_VERIFY(!m_screen->cell(1)->hasPlayer());
-}
-
-void TestRows::keyboardOpensAndClosesRows()
-{
-    m_screen->open();
-    TableView *table = m_screen->table();
-    table->setFocus();
-    QTest::keyClick(table, Qt::Key_Down);
-    QVERIFY(m_screen->cell(1)->isKeyboardFocused());
-    QTest::keyClick(table, Qt::Key_Return);
-    QVERIFY(m_screen->waitForHeights({ 54, 108, 54 }));
-    // A row closed by a tap, and a row opened from its read button: Escape only closes.
-    m_screen->tapRow(1);
-    QVERIFY(m_screen->waitForHeights({ 54, 54, 54 }));
-    QTest::keyClick(table, Qt::Key_Escape);
-    QVERIFY(!m_screen->list()->currentSelectedRowIndex());
-    QVERIFY(m_screen->waitForHeights({ 54, 54, 54 }));
-    QTest::mouseClick(m_screen->cell(1)->readButton(), Qt::LeftButton);
-    QVERIFY(m_screen->waitForHeights({ 54, 108, 54 }));
-    for (int press = 0; press < 2; ++press) {
-        QTest::keyClick(table, Qt::Key_Escape);
-        QVERIFY(m_screen->waitForHeights({ 54, 54, 54 }));
-    }
 }
 
 namespace {
