@@ -9,6 +9,10 @@ packages=(
     qt6-base-dev qt6-base-dev-tools qt6-svg-dev qt6-sensors-dev
     libphonenumber-dev libpulse-dev libavformat-dev libavcodec-dev libswresample-dev libavutil-dev
     libbenchmark-dev
+    # the share sheet's preview lists archives with libzip
+    libzip-dev
+    # the applications for a file type come from GIO
+    libglib2.0-dev
     # the desktop's address books (GNOME, Phosh): Evolution Data Server's client library
     libebook1.2-dev
     # run: display back ends (X11 comes with Qt; Wayland for phones), glyphs, fonts, helpers

@@ -1,309 +1,142 @@
+// GLib's headers name struct members "signals", which Qt's keyword macro would rewrite.
+#pragma push_macro("signals")
+#undef signals
+#include <gio/gdesktopappinfo.h>
+#include <gio/gio.h>
+#pragma pop_macro("signals")
+
 #include "DesktopApplication.h"
+#include "core/Log.h"
 
 #include <QDir>
-#include <QDirIterator>
 #include <QFile>
-#include <QFileInfo>
-#include <QHash>
-#include <QLocale>
-#include <QMimeDatabase>
-#include <QProcess>
-#include <QSet>
-#include <QStandardPaths>
 
 namespace {
 
-using Group = QHash<QString, QString>;
-
-// The keys of one group of a desktop-entry style file ("[Desktop Entry]", "[Added Associations]").
-Group readGroup(const QString &path, QStringView wanted)
+QByteArray take(gchar *text)
 {
-    Group keys;
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
-        return keys;
-    bool inGroup = false;
-    while (!file.atEnd()) {
-        const QString line = QString::fromUtf8(file.readLine()).trimmed();
-        if (line.startsWith(u'[')) {
-            inGroup = line.size() == wanted.size() + 2 && line.endsWith(u']') &&
-                      QStringView(line).mid(1, wanted.size()) == wanted;
-            continue;
-        }
-        const qsizetype equals = line.indexOf(u'=');
-        if (!inGroup || line.startsWith(u'#') || equals <= 0)
-            continue;
-        const QString key = line.left(equals).trimmed();
-        if (!keys.contains(key))
-            keys.insert(key, line.mid(equals + 1).trimmed());
-    }
-    return keys;
+    const QByteArray bytes(text);
+    g_free(text);
+    return bytes;
 }
 
-QStringList list(const QString &value)
+// One word for GLib's shell rules, whatever blanks and quotes it holds.
+QByteArray quoted(const QByteArray &word)
 {
-    return value.split(u';', Qt::SkipEmptyParts);
+    return take(g_shell_quote(word.constData()));
 }
 
-// The escapes of a desktop entry's string values: \s, \n, \t, \r and \\.
-QString unescape(const QString &value)
+// A terminal application would need a terminal emulator to be chosen for it.
+bool needsTerminal(GAppInfo *info)
 {
-    QString text;
-    for (qsizetype i = 0; i < value.size(); ++i) {
-        if (value[i] != u'\\' || i + 1 == value.size()) {
-            text += value[i];
-            continue;
-        }
-        const QChar next = value[++i];
-        text += next == u's'   ? u' '
-                : next == u'n' ? u'\n'
-                : next == u't' ? u'\t'
-                : next == u'r' ? u'\r'
-                               : next;
-    }
-    return text;
-}
-
-struct Argument
-{
-    QString text;
-    bool quoted = false;
-};
-
-// An Exec line split as the desktop entry format quotes it: blanks separate, double quotes
-// group, and inside them a backslash takes the next character literally.
-QList<Argument> splitExec(const QString &exec)
-{
-    QList<Argument> arguments;
-    Argument current;
-    bool inArgument = false;
-    bool inQuotes = false;
-    for (qsizetype i = 0; i < exec.size(); ++i) {
-        const QChar c = exec[i];
-        if (inQuotes) {
-            if (c == u'\\' && i + 1 < exec.size())
-                current.text += exec[++i];
-            else if (c == u'"')
-                inQuotes = false;
-            else
-                current.text += c;
-        } else if (c.isSpace()) {
-            if (inArgument)
-                arguments << std::exchange(current, {});
-            inArgument = false;
-        } else {
-            inArgument = true;
-            if (c == u'"')
-                inQuotes = current.quoted = true;
-            else
-                current.text += c;
-        }
-    }
-    if (inArgument)
-        arguments << current;
-    return arguments;
-}
-
-bool canRun(const QString &program)
-{
-    if (program.isEmpty())
-        return false;
-    if (program.contains(u'/'))
-        return QFileInfo(program).isExecutable();
-    return !QStandardPaths::findExecutable(program).isEmpty();
-}
-
-QStringList applicationDirectories()
-{
-    return QStandardPaths::standardLocations(QStandardPaths::ApplicationsLocation);
-}
-
-// mimeapps.list files, most important first: the user's and the system's configuration, then
-// those beside the applications; in each folder the current desktop's own list
-// ("gnome-mimeapps.list", where distributions put a desktop's defaults) before the common one.
-QStringList mimeappsLists()
-{
-    QStringList names;
-    for (const QString &desktop :
-         QString::fromLocal8Bit(qgetenv("XDG_CURRENT_DESKTOP")).split(u':', Qt::SkipEmptyParts))
-        names << desktop.toLower() + QStringLiteral("-mimeapps.list");
-    names << QStringLiteral("mimeapps.list");
-    QStringList lists;
-    for (const QString &dir :
-         QStandardPaths::standardLocations(QStandardPaths::GenericConfigLocation) +
-             applicationDirectories()) {
-        for (const QString &name : std::as_const(names))
-            lists << dir + u'/' + name;
-    }
-    return lists;
-}
-
-// The type and its aliases, then every type it derives from but the catch-all of binary data,
-// which any file is.
-QStringList acceptedTypes(const QString &mimeType)
-{
-    const QMimeDatabase db;
-    const QMimeType type = db.mimeTypeForName(mimeType);
-    QStringList types { mimeType };
-    for (const QString &name : QStringList { type.name() } + type.allAncestors()) {
-        if (name == QLatin1String("application/octet-stream"))
-            continue;
-        types << name << db.mimeTypeForName(name).aliases();
-    }
-    types.removeAll(QString());
-    types.removeDuplicates();
-    return types;
+    return G_IS_DESKTOP_APP_INFO(info) &&
+           g_desktop_app_info_get_boolean(G_DESKTOP_APP_INFO(info), "Terminal");
 }
 
 } // namespace
 
-std::optional<DesktopApplication> DesktopApplication::fromFile(const QString &desktopId,
-                                                               const QString &path)
-{
-    const Group entry = readGroup(path, u"Desktop Entry");
-    const auto is = [&](const char *key, const char *value) {
-        return entry.value(QLatin1String(key)) == QLatin1String(value);
-    };
-    // A terminal application would need a terminal emulator to be chosen for it.
-    if (!is("Type", "Application") || is("Hidden", "true") || is("Terminal", "true"))
-        return std::nullopt;
-    DesktopApplication application;
-    application.m_desktopId = desktopId;
-    application.m_file = path;
-    application.m_exec = unescape(entry.value(QStringLiteral("Exec")));
-    application.m_icon = unescape(entry.value(QStringLiteral("Icon")));
-    application.m_mimeTypes = list(entry.value(QStringLiteral("MimeType")));
-    const QString locale = QLocale().name();
-    for (const QString &key :
-         { QStringLiteral("Name[%1]").arg(locale),
-           QStringLiteral("Name[%1]").arg(locale.section(u'_', 0, 0)), QStringLiteral("Name") }) {
-        if (entry.contains(key)) {
-            application.m_name = unescape(entry.value(key));
-            break;
-        }
-    }
-    const QList<Argument> command = splitExec(application.m_exec);
-    const QString tryExec = unescape(entry.value(QStringLiteral("TryExec")));
-    if (application.m_name.isEmpty() || command.isEmpty() || !canRun(command.first().text) ||
-        (!tryExec.isEmpty() && !canRun(tryExec)))
-        return std::nullopt;
-    return application;
-}
+DesktopApplication::DesktopApplication(GAppInfo *info)
+    : m_info(G_APP_INFO(g_object_ref(info)), g_object_unref)
+{}
 
 QList<DesktopApplication> DesktopApplication::applicationsForMimeType(const QString &mimeType)
 {
-    const QStringList types = acceptedTypes(mimeType);
-    const auto forType = [&](const Group &group) {
-        QStringList ids;
-        for (const QString &type : types)
-            ids << list(group.value(type));
-        return ids;
-    };
-    QStringList defaults;
-    QStringList added;
-    QSet<QString> removed;
-    for (const QString &path : mimeappsLists()) {
-        defaults << forType(readGroup(path, u"Default Applications"));
-        added << forType(readGroup(path, u"Added Associations"));
-        for (const QString &id : forType(readGroup(path, u"Removed Associations")))
-            removed.insert(id);
-    }
-
-    // Every desktop file, the first of each id winning, as the directories rank them.
-    QHash<QString, DesktopApplication> byId;
-    QStringList declaring;
-    for (const QString &dir : applicationDirectories()) {
-        QDirIterator files(dir, { QStringLiteral("*.desktop") }, QDir::Files,
-                           QDirIterator::Subdirectories);
-        while (files.hasNext()) {
-            const QString path = files.next();
-            const QString id = QDir(dir).relativeFilePath(path).replace(u'/', u'-');
-            if (byId.contains(id))
-                continue;
-            const auto application = fromFile(id, path);
-            if (!application)
-                continue;
-            byId.insert(id, *application);
-            for (const QString &type : application->m_mimeTypes) {
-                if (types.contains(type)) {
-                    declaring << id;
-                    break;
-                }
-            }
-        }
-    }
-    std::sort(declaring.begin(), declaring.end(), [&](const QString &a, const QString &b) {
-        return byId[a].m_name.localeAwareCompare(byId[b].m_name) < 0;
-    });
+    gchar *type = g_content_type_from_mime_type(mimeType.toUtf8().constData());
+    if (!type)
+        return {};
+    GAppInfo *preferred = g_app_info_get_default_for_type(type, FALSE);
+    GList *all = g_app_info_get_all_for_type(type);
+    g_free(type);
 
     QList<DesktopApplication> applications;
-    QSet<QString> listed;
-    for (const QString &id : defaults + added + declaring) {
-        if (listed.contains(id) || removed.contains(id) || !byId.contains(id))
-            continue;
-        listed.insert(id);
-        applications << byId[id];
-    }
+    const auto add = [&](GAppInfo *info) {
+        if (!info || needsTerminal(info))
+            return;
+        for (const DesktopApplication &listed : std::as_const(applications)) {
+            if (g_app_info_equal(listed.m_info.get(), info))
+                return;
+        }
+        applications << DesktopApplication(info);
+    };
+    add(preferred);
+    for (GList *item = all; item; item = item->next)
+        add(G_APP_INFO(item->data));
+    g_list_free_full(all, g_object_unref);
+    g_clear_object(&preferred);
     return applications;
 }
 
-QStringList DesktopApplication::commandForFile(const QString &path) const
+QString DesktopApplication::desktopId() const
 {
-    QStringList command;
-    bool fileGiven = false;
-    const QList<Argument> arguments = splitExec(m_exec);
-    for (const Argument &argument : arguments) {
-        // A code inside quotes is not one (the format forbids it); it stays as written.
-        if (argument.quoted || !argument.text.contains(u'%')) {
-            command << argument.text;
-            continue;
-        }
-        if (argument.text == QLatin1String("%i")) {
-            if (!m_icon.isEmpty())
-                command << QStringLiteral("--icon") << m_icon;
-            continue;
-        }
-        QString text;
-        for (qsizetype i = 0; i < argument.text.size(); ++i) {
-            if (argument.text[i] != u'%' || i + 1 == argument.text.size()) {
-                text += argument.text[i];
-                continue;
-            }
-            switch (argument.text[++i].unicode()) {
-            case u'f':
-            case u'F':
-            case u'u':
-            case u'U':
-                text += path;
-                fileGiven = true;
-                break;
-            case u'c':
-                text += m_name;
-                break;
-            case u'k':
-                text += m_file;
-                break;
-            case u'%':
-                text += u'%';
-                break;
-            default: // deprecated and unknown codes are dropped
-                break;
-            }
-        }
-        // A code alone that expanded to nothing (%i without an icon, %d) leaves no argument.
-        if (!text.isEmpty() || argument.text.size() != 2)
-            command << text;
-    }
-    if (!fileGiven && !command.isEmpty())
-        command << path;
-    return command;
+    return QString::fromUtf8(g_app_info_get_id(m_info.get()));
 }
 
+QString DesktopApplication::name() const
+{
+    return QString::fromUtf8(g_app_info_get_name(m_info.get()));
+}
+
+// Started by GLib's spawn rather than by GIO's launching: GIO hands every program to a helper
+// that runs it in turn, so it answers that the helper started even when the program cannot.
+// As GIO does, the Exec line's codes are replaced by quoted words and the line split by GLib's
+// shell rules; no shell runs.
 bool DesktopApplication::launch(const QString &path) const
 {
-    QStringList command = commandForFile(path);
-    if (command.isEmpty())
+    if (!G_IS_DESKTOP_APP_INFO(m_info.get()))
         return false;
-    const QString program = command.takeFirst();
-    return QProcess::startDetached(program, command, QDir::homePath());
+    GDesktopAppInfo *info = G_DESKTOP_APP_INFO(m_info.get());
+    const QByteArray exec = take(g_desktop_app_info_get_string(info, "Exec"));
+    if (exec.trimmed().isEmpty()) // started over the bus only; not ours to do
+        return false;
+    const QByteArray file = QFile::encodeName(path);
+    QByteArray line;
+    bool fileGiven = false;
+    for (qsizetype i = 0; i < exec.size(); ++i) {
+        if (exec[i] != '%' || i + 1 == exec.size()) {
+            line += exec[i];
+            continue;
+        }
+        switch (exec[++i]) {
+        case 'f':
+        case 'F':
+        case 'u':
+        case 'U':
+            line += quoted(file);
+            fileGiven = true;
+            break;
+        case 'i':
+            if (const QByteArray icon = take(g_desktop_app_info_get_string(info, "Icon"));
+                !icon.isEmpty())
+                line += "--icon " + quoted(icon);
+            break;
+        case 'c':
+            line += quoted(g_app_info_get_name(m_info.get()));
+            break;
+        case 'k':
+            line += quoted(g_desktop_app_info_get_filename(info));
+            break;
+        case '%':
+            line += '%';
+            break;
+        default: // deprecated and unknown codes are dropped
+            break;
+        }
+    }
+    if (!fileGiven)
+        line += ' ' + quoted(file);
+
+    gchar **argv = nullptr;
+    GError *error = nullptr;
+    // Without a reaping flag GLib detaches the program, and reports here an exec that failed.
+    const bool started =
+        g_shell_parse_argv(line.constData(), nullptr, &argv, &error) &&
+        g_spawn_async(QFile::encodeName(QDir::homePath()).constData(), argv, nullptr,
+                      G_SPAWN_SEARCH_PATH, nullptr, nullptr, nullptr, &error);
+    g_strfreev(argv);
+    if (!started) {
+        mylog(QStringLiteral("VantrelLog : share sheet: %1 did not start: %2")
+                  .arg(desktopId(), QString::fromUtf8(error->message)));
+        g_error_free(error);
+    }
+    return started;
 }

@@ -12,8 +12,8 @@ struct ZipMembers
     bool isValid() const { return error.isEmpty(); }
 };
 
-// Names as stored, in the order of the central directory: UTF-8 where the entry's flag says so
-// or an Info-ZIP Unicode path field vouches for it; code page 437 from archivers on DOS and
-// Windows file systems; from other systems UTF-8 where the bytes are UTF-8, else code page 437.
-// Reads archives of any size (zip64 included) without reading their contents.
+// Names in the order of the central directory, read by libzip: UTF-8 where the entry's flag says
+// so or an Info-ZIP Unicode path field vouches for it, else UTF-8 where the bytes are UTF-8 and
+// code page 437 where they are not. Archives of any size (zip64 included) are listed without
+// reading their contents.
 ZipMembers zipMemberNames(const QString &path);

@@ -1,7 +1,7 @@
 #include "TestSupport.h"
-#include "toolkit/AlertController.h"
 #include "desktop/DocumentInteractionController.h"
 #include "desktop/DocumentPreview.h"
+#include "toolkit/AlertController.h"
 
 #include <QClipboard>
 #include <QComboBox>
@@ -109,12 +109,15 @@ public slots:
 
 private slots:
     // Fake applications, each writing its arguments (NUL-separated) to a file beside it:
-    // xdg-email first on PATH, and two handlers of zip archives, one the default by mimeapps.list.
+    // xdg-email first on PATH, two handlers of zip and cpio archives, one the default by
+    // mimeapps.list, and one of tar archives that cannot start. GIO reads the environment once,
+    // so every case lives in this one set of folders, told apart by file type.
     void initTestCase()
     {
         const QString script = "#!/bin/sh\nprintf '%s\\0' \"$@\" > \"$0.args\"\n";
         const QString entry = "[Desktop Entry]\nType=Application\nName=%1\nExec=%2\n"
-                              "MimeType=application/zip;\n";
+                              "MimeType=%3;\n";
+        const QString archives = "application/zip;application/x-cpio";
         const QString bin = m_home.filePath("bin/");
         const QList<std::pair<QString, QString>> files = {
             { "bin/xdg-email", script },
@@ -122,18 +125,27 @@ private slots:
             { "bin/viewer", script },
             // Found and executable, but it cannot start.
             { "bin/broken", "#!/nonexistent/interpreter\n" },
-            { "broken/applications/vantrel-test-broken.desktop",
-              entry.arg("Broken Viewer", bin + "broken %f") },
-            { "empty/applications/README", "no applications here" },
+            { "data/applications/vantrel-test-broken.desktop",
+              entry.arg("Broken Viewer", bin + "broken %f", "application/x-tar") },
             { "data/applications/vantrel-test-archiver.desktop",
-              entry.arg("Test Archiver", bin + "archiver %U") },
+              entry.arg("Test Archiver", bin + "archiver %U", archives) },
             { "data/applications/vantrel-test-viewer.desktop",
-              entry.arg("Other Viewer", '"' + bin + "viewer\" --view=%f") },
+              entry.arg("Other Viewer", '"' + bin + "viewer\" --view=%f", archives) },
+            // A terminal program is never offered: there is no terminal to run it in.
+            { "data/applications/vantrel-test-shell.desktop",
+              entry.arg("Terminal Viewer", bin + "viewer %f", archives) + "Terminal=true\n" },
+            // The index of types that update-desktop-database keeps, from which GIO learns them.
+            { "data/applications/mimeinfo.cache",
+              "[MIME Cache]\napplication/zip=vantrel-test-shell.desktop;"
+              "vantrel-test-archiver.desktop;vantrel-test-viewer.desktop;\n"
+              "application/x-cpio=vantrel-test-archiver.desktop;vantrel-test-viewer.desktop;\n"
+              "application/x-tar=vantrel-test-broken.desktop;\n" },
             { "config/mimeapps.list",
-              "[Default Applications]\napplication/zip=vantrel-test-archiver.desktop\n" },
+              "[Default Applications]\napplication/zip=vantrel-test-archiver.desktop\n"
+              "application/x-cpio=vantrel-test-archiver.desktop\n" },
             // What a desktop environment sets for its own sessions only.
             { "config/vantrel-mimeapps.list",
-              "[Default Applications]\napplication/zip=vantrel-test-viewer.desktop\n" }
+              "[Default Applications]\napplication/x-cpio=vantrel-test-viewer.desktop\n" }
         };
         for (const auto &[path, text] : files) {
             QVERIFY(QDir().mkpath(QFileInfo(m_home.filePath(path)).path()));
@@ -144,9 +156,11 @@ private slots:
         qputenv("PATH", m_home.filePath("bin").toLocal8Bit() + ":" + qgetenv("PATH"));
         qputenv("XDG_DATA_HOME", m_home.filePath("data").toLocal8Bit());
         // The machine's own applications take no part; its MIME database does.
+        QVERIFY(QDir().mkpath(m_home.filePath("empty")));
         QVERIFY(QFile::link("/usr/share/mime", m_home.filePath("empty/mime")));
         qputenv("XDG_DATA_DIRS", m_home.filePath("empty").toLocal8Bit());
         qputenv("XDG_CONFIG_HOME", m_home.filePath("config").toLocal8Bit());
+        qputenv("XDG_CURRENT_DESKTOP", "X-Other:Vantrel");
         // xdg-open consults desktop files only inside a graphical session.
         qputenv("WAYLAND_DISPLAY", "vantrel-test");
         m_chooser = new FileChooserPortal(this);
@@ -169,7 +183,6 @@ private slots:
         m_portal = {};
         m_chooser->answer = -1;
         m_chooser->suggested.clear();
-        qputenv("XDG_DATA_HOME", m_home.filePath("data").toLocal8Bit());
     }
 
     void cleanup()
@@ -234,8 +247,12 @@ private slots:
         for (const QString &tap : taps) {
             QTRY_VERIFY(m_controller->currentMenu());
             AlertController *menu = m_controller->currentMenu();
-            if (menu->title() == "Open With") // the user's default for the type first
-                QCOMPARE(menu->actions().first().title(), "Test Archiver");
+            if (menu->title() == "Open With") { // the user's default first, no terminal program
+                QStringList titles;
+                for (const AlertAction &action : menu->actions())
+                    titles << action.title();
+                QCOMPARE(titles, QStringList({ "Test Archiver", "Other Viewer", "Cancel" }));
+            }
             if (tap == "Escape")
                 QTest::keyClick(menu, Qt::Key_Escape);
             else if (tap == "beside")
@@ -358,20 +375,19 @@ private slots:
 
     void openTakesTheDefault_data()
     {
-        QTest::addColumn<QByteArray>("desktop"); // XDG_CURRENT_DESKTOP
+        QTest::addColumn<QString>("name");
         QTest::addColumn<QStringList>("started");
-        QTest::newRow("any desktop") << QByteArray() << QStringList { "archiver", "%1" };
-        QTest::newRow("a desktop with defaults of its own")
-            << QByteArray("X-Other:Vantrel") << QStringList { "viewer", "--view=%1" };
+        QTest::newRow("the common default")
+            << "Nov 15 2026 - 22:10:07.zip" << QStringList { "archiver", "%1" };
+        QTest::newRow("the desktop's own default")
+            << "Nov 15 2026 - 22:10:07.cpio" << QStringList { "viewer", "--view=%1" };
     }
 
     void openTakesTheDefault()
     {
-        QFETCH(QByteArray, desktop);
+        QFETCH(QString, name);
         QFETCH(QStringList, started);
-        qputenv("XDG_CURRENT_DESKTOP", desktop);
-        const auto restore = qScopeGuard([] { qunsetenv("XDG_CURRENT_DESKTOP"); });
-        const QString path = file("Nov 15 2026 - 22:10:07.zip");
+        const QString path = file(name);
         showMenu(path);
         QTest::mouseClick(button("Open"), Qt::LeftButton);
         QTRY_COMPARE(m_events.size(), 2);
@@ -382,7 +398,7 @@ private slots:
 
     void notOpened_data()
     {
-        QTest::addColumn<QString>("applications"); // the folder of desktop files
+        QTest::addColumn<QString>("type"); // the file's extension
         QTest::addColumn<int>("portal");
         QTest::addColumn<QStringList>("taps");
         QTest::addColumn<QString>("said");
@@ -391,38 +407,37 @@ private slots:
         const QString nothing = "No application on this device could open “%1”.";
         const QStringList both { "open-in", "options" };
         QTest::newRow("Open, nothing for the type")
-            << "empty" << -1 << QStringList { "Open" } << nothing
-            << "no application opens %1 (application/zip)" << QStringList { "options" };
+            << "7z" << -1 << QStringList { "Open" } << nothing
+            << "no application opens %1 (application/x-7z-compressed)" << QStringList { "options" };
         QTest::newRow("Open, the default cannot start")
-            << "broken" << -1 << QStringList { "Open" } << nothing
+            << "tar" << -1 << QStringList { "Open" } << nothing
             << "vantrel-test-broken.desktop could not be started for %1"
             << QStringList { "options" };
         QTest::newRow("Open With…, the chosen one cannot start")
-            << "broken" << -1 << QStringList { "Open With…", "Broken Viewer" } << nothing
+            << "tar" << -1 << QStringList { "Open With…", "Broken Viewer" } << nothing
             << "vantrel-test-broken.desktop could not be started for %1" << both;
         QTest::newRow("Open With…, the portal opens nothing")
-            << "data" << 2 << QStringList { "Open With…" } << nothing
+            << "zip" << 2 << QStringList { "Open With…" } << nothing
             << "the desktop portal opened %1 with no application (2)" << both;
         QTest::newRow("Open With…, nothing for the type")
-            << "empty" << -1 << QStringList { "Open With…" }
+            << "7z" << -1 << QStringList { "Open With…" }
             << QString("No application here opens “%1”.")
-            << "no application opens %1 (application/zip)" << both;
+            << "no application opens %1 (application/x-7z-compressed)" << both;
     }
 
     // Whatever keeps a file from being opened, the window says so and the log says why.
     void notOpened()
     {
-        QFETCH(QString, applications);
+        QFETCH(QString, type);
         QFETCH(int, portal);
         QFETCH(QStringList, taps);
         QFETCH(QString, said);
         QFETCH(QString, logged);
         QFETCH(QStringList, events);
-        qputenv("XDG_DATA_HOME", m_home.filePath(applications).toLocal8Bit());
         m_portal.answer = portal;
         QVERIFY(portal < 0 || QDBusConnection::sessionBus().registerService(kPortal));
         const qint64 logStart = TestSupport::logSize();
-        const QString path = file("Nov 15 2026 - 22:10:07.zip");
+        const QString path = file("Nov 15 2026 - 22:10:07." + type, "no magic here");
         showMenu(path);
         for (const QString &tap : taps) {
             QTRY_VERIFY(button(tap));
