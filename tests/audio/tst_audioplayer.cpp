@@ -150,6 +150,9 @@ void TestAudioPlayer::aSeekMovesWhatIsHeard()
     QVERIFY(speaker.hearsSilence());
     player->play();
     QVERIFY2(speaker.hears(440), qPrintable(speaker.description()));
+    // The monitor can take the last moments of the second tone for the first: the clock tells.
+    QVERIFY2(player->isPlaying() && player->currentTime() < 2,
+             qPrintable(QString::number(player->currentTime())));
 }
 
 void TestAudioPlayer::interruptions_data()
