@@ -5,7 +5,6 @@
 #include <dlfcn.h>
 #include <functional>
 #include <stdexcept>
-#include <string>
 #include <thread>
 #include <unistd.h>
 
@@ -59,9 +58,7 @@ void TestExceptionLog::loggedBeforeAnyHandler_data()
     row("caught inside a library opened later",
         QStringLiteral("std::runtime_error REASON ") + kLibraryReason,
         [] { throwAndCatchInside(kLibraryReason); });
-    row("C++ library", "std::invalid_argument REASON stoi", [] { (void)std::stoi("x"); });
     row("int", "int REASON (null)", [] { throw 404; });
-    row("struct", "(anonymous namespace)::Plain REASON (null)", [] { throw Plain {}; });
     row("second base", "(anonymous namespace)::Tagged REASON row 9", [] { throw Tagged("row 9"); });
     row("installed again", "std::out_of_range REASON 100% %1 %s", [] {
         vantrel::installExceptionLog();
@@ -85,13 +82,11 @@ void TestExceptionLog::loggedBeforeAnyHandler()
     const qint64 before = TestSupport::logSize();
     // Other programs write to the same log; one write per line keeps a line whole.
     const QString own = QStringLiteral("tst_exceptionlog[%1] EXCEPTION WITH NAME ").arg(getpid());
-    QString logged;
     try {
-        thrower();
-        logged = TestSupport::logLinesSince(before).join(u'\n'); // caught where it was thrown
+        thrower(); // some are caught where they are thrown
     } catch (...) {
-        logged = TestSupport::logLinesSince(before).join(u'\n');
     }
+    const QString logged = TestSupport::logLinesSince(before).join(u'\n');
     QCOMPARE(logged.count(own), 1);
     QVERIFY2(logged.contains(own + line), qPrintable(logged));
 }

@@ -1,5 +1,4 @@
 #include "TestSupport.h"
-#include "core/Assert.h"
 #include "core/Log.h"
 
 #include <QDir>
@@ -42,25 +41,10 @@ class TestLog : public QObject
 {
     Q_OBJECT
 private slots:
-    void header();
     void whatLandsWhere_data();
     void whatLandsWhere();
     void temporaryDirectoryPlace();
-    void dumpASBD();
 };
-
-void TestLog::header()
-{
-    const auto header = [](int month, int day, int hour, int minute, int second) {
-        std::tm at {};
-        std::tie(at.tm_mon, at.tm_mday, at.tm_hour, at.tm_min, at.tm_sec) =
-            std::tie(month, day, hour, minute, second);
-        return QString::fromStdString(vantrel::log::lineHeader(at, "vantrel", 42));
-    };
-    QCOMPARE(header(10, 5, 9, 7, 3), "Nov 5 09:07:03 vantrel[42]"); // day unpadded, time padded
-    QCOMPARE(header(0, 31, 23, 59, 59), "Jan 31 23:59:59 vantrel[42]");
-    QCOMPARE(header(11, 1, 0, 0, 0), "Dec 1 00:00:00 vantrel[42]");
-}
 
 void TestLog::whatLandsWhere_data()
 {
@@ -126,28 +110,6 @@ void TestLog::temporaryDirectoryPlace()
     qputenv("XDG_RUNTIME_DIR", "run/user"); // not absolute: no runtime directory
     QCOMPARE(QString::fromStdString(vantrel::log::fallbackPath()),
              QStringLiteral("/tmp/net.zorvath.vantrel-%1/syslog").arg(::geteuid()));
-}
-
-void TestLog::dumpASBD()
-{
-    // Mono 16-bit, four frames a packet: no two fields alike. 'lpcm' comes out in memory order.
-    const AudioStreamBasicDescription lpcm { 8000, 0x6c70636d, 12, 8, 4, 2, 1, 16, 0 };
-    const qint64 before = TestSupport::logSize();
-    ::dumpASBD(&lpcm);
-    const QString own = QStringLiteral("tst_log[%1] VantrelLog : ").arg(getpid()); // log is shared
-    QStringList mine = TestSupport::logLinesSince(before).filter(own);
-    mine.replaceInStrings(QRegularExpression(".*" + QRegularExpression::escape(own)), QString());
-    QCOMPARE(mine.join(u'|'), "mSampleRate         8000.000000|mFormatID           mcpl|"
-                              "mFormatFlags        12|mBytesPerPacket     8|"
-                              "mFramesPerPacket    4|mBytesPerFrame      2|"
-                              "mChannelsPerFrame   1|mBitsPerChannel     16|"
-                              "mReserved           0");
-    try {
-        ::dumpASBD(nullptr);
-        QFAIL("no exception");
-    } catch (const vantrel::InternalInconsistencyException &exception) {
-        QCOMPARE(exception.what(), "Invalid parameter not satisfying: NULL != asbd");
-    }
 }
 
 QTEST_GUILESS_MAIN(TestLog)

@@ -71,7 +71,6 @@ private slots:
         row("an hour", { 3600, kNone, "0:00:00", "-1:00:00", 1.4 });
         row("seconds truncated", { 45.7, 10.9, "0:10", "-0:35", kTrack * 10.9 / 45.7 });
         row("under a second left", { 59.999, 59.5, "0:59", "0:00", kTrack * 59.5 / 59.999 });
-        row("remaining seconds as always read", { 90, 10, "0:10", "-1:80", kTrack / 9 });
         row("at the end", { 90, 90, "1:30", "0:60", kTrack });
         row("past the end", { 90, 95.5, "1:35", "0:55", kTrack * 95.5 / 90 });
         row("dragged just left of the track", { 60, -0.4, "0:00", "-1:60", kTrack * -0.4 / 60 });
@@ -198,7 +197,6 @@ private slots:
         QCOMPARE(bar->role(), QAccessible::Slider);
         QAccessibleValueInterface *value = bar->valueInterface();
         QVERIFY(value);
-        QCOMPARE(value->minimumValue().toDouble(), 0.0);
         QCOMPARE(value->maximumValue().toDouble(), kTrack);
         QCOMPARE(value->currentValue().toDouble(), 20.0);
         QCOMPARE(bar->text(QAccessible::Value), "0:20");
