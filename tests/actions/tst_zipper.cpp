@@ -3,7 +3,6 @@
 
 #include <QDir>
 #include <QFile>
-#include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -24,17 +23,6 @@ struct Recorder : VantrelFileZipperDelegate
     }
     QStringList calls;
 };
-
-// The member names of a zip archive as unzip lists them, one per line; a name holding a
-// newline is listed with "^J" in its place, as unzip prints control characters.
-QStringList members(const QString &archive)
-{
-    QProcess unzip;
-    unzip.start("unzip", { "-Z1", archive });
-    if (!unzip.waitForFinished() || unzip.exitCode() != 0)
-        return { "(no archive)" };
-    return QString::fromUtf8(unzip.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts);
-}
 
 } // namespace
 
@@ -83,7 +71,7 @@ void TestZipper::archivesNamesAsTheyAre()
         paths << "/elsewhere/" + name; // only the bare name counts
     QVERIFY(zipper.zipSourceFilePaths(paths, m_destination, false, &m_recorder));
 
-    QCOMPARE(members(m_destination), QStringList(names).replaceInStrings("\n", "^J"));
+    QCOMPARE(TestSupport::zipMembers(m_destination), QStringList(names).replaceInStrings("\n", "^J"));
     QCOMPARE(m_recorder.calls.first(), "start");
     QCOMPARE(m_recorder.calls.last(), "done");
     QCOMPARE(m_recorder.calls[2], "50% " + names[1] + " 2/4");

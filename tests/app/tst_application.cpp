@@ -127,10 +127,7 @@ void TestApplication::proximityFollowsReceiverPlayback()
     const QString newest =
         messages() + "/" +
         TestSupport::recordingName("TEL", "+15551234567", "15-Nov-2026-22-10-07");
-    QProcess ffmpeg;
-    ffmpeg.start("ffmpeg", { "-hide_banner", "-loglevel", "error", "-y", "-f", "lavfi", "-i",
-                             "sine=f=440:r=8000:d=60", "-c:a", "pcm_alaw", "-f", "caf", newest });
-    QVERIFY(ffmpeg.waitForFinished(60000) && ffmpeg.exitCode() == 0);
+    QVERIFY(TestSupport::writeTone(newest, 60));
     tapFirstRow();
     VantrelPlayer *player = list()->playerController();
     QTRY_VERIFY(player->playbackButton()->isVisible());

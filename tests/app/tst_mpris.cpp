@@ -51,14 +51,9 @@ void TestMpris::initTestCase()
     const QString messages = m_root->filePath("Messages");
     QVERIFY(QDir().mkpath(messages));
     // Half a minute at 440 Hz, then half a minute at 880 Hz: where playback is can be heard.
-    QProcess ffmpeg;
-    ffmpeg.start("ffmpeg",
-                 { "-hide_banner", "-loglevel", "error", "-y", "-f", "lavfi", "-i",
-                   "aevalsrc=0.5*sin(2*PI*if(lt(t\\,30)\\,440\\,880)*t):s=8000:d=60", "-c:a",
-                   "pcm_s16le", "-f", "caf",
-                   messages + '/' +
-                       TestSupport::recordingName("TEL", "+15551234567", "15-Nov-2026-22-10-07") });
-    QVERIFY(ffmpeg.waitForFinished(60000) && ffmpeg.exitCode() == 0);
+    QVERIFY(TestSupport::writeTone(
+        messages + '/' + TestSupport::recordingName("TEL", "+15551234567", "15-Nov-2026-22-10-07"),
+        60, "if(lt(t\\,30)\\,440\\,880)", { "-c:a", "pcm_s16le" }));
     QVERIFY(QDBusConnection::sessionBus().connect(QString(), "/org/mpris/MediaPlayer2",
                                                   "org.mpris.MediaPlayer2.Player", "Seeked", this,
                                                   SLOT(seeked(qlonglong))));

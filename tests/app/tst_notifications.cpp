@@ -102,11 +102,7 @@ void TestNotifications::initTestCase()
     m_root = std::make_unique<QTemporaryDir>();
     QVERIFY(QDir().mkpath(m_root->filePath("Messages")));
     m_tone = m_root->filePath("tone.caf");
-    QProcess ffmpeg;
-    ffmpeg.start("ffmpeg", { "-hide_banner", "-loglevel", "error", "-y", "-f", "lavfi", "-i",
-                             "aevalsrc=0.5*sin(2*PI*440*t):s=8000:d=20", "-c:a", "pcm_s16le", "-f",
-                             "caf", m_tone });
-    QVERIFY(ffmpeg.waitForFinished(60000) && ffmpeg.exitCode() == 0);
+    QVERIFY(TestSupport::writeTone(m_tone, 20, "440", { "-c:a", "pcm_s16le" }));
     arrive("+15550000001", "10-Nov-2026-08-00-00"); // there before launch: never announced
 
     m_server = std::make_unique<FakeNotifications>();

@@ -12,13 +12,6 @@
 
 namespace {
 
-bool ffmpeg(const QStringList &arguments)
-{
-    QProcess process;
-    process.start("ffmpeg", QStringList { "-hide_banner", "-loglevel", "error", "-y" } + arguments);
-    return process.waitForFinished(60000) && process.exitCode() == 0;
-}
-
 // Writes down what the player tells, in order, and plays along as the application's player
 // does: it pauses when interrupted and plays again when the interruption ends.
 struct Listener : AudioPlayerDelegate
@@ -81,11 +74,11 @@ void TestAudioPlayer::initTestCase()
     m_tone = m_dir.filePath("tone.caf");
     m_twoTones = m_dir.filePath("two-tones.caf");
     m_long = m_dir.filePath("long.caf");
-    QVERIFY(ffmpeg({ "-f", "lavfi", "-i", "aevalsrc=0.5*sin(2*PI*440*t):s=8000:d=1.5", "-c:a", "pcm_s16le", m_tone }));
-    QVERIFY(ffmpeg({ "-f", "lavfi", "-i",
+    QVERIFY(TestSupport::ffmpeg({ "-f", "lavfi", "-i", "aevalsrc=0.5*sin(2*PI*440*t):s=8000:d=1.5", "-c:a", "pcm_s16le", m_tone }));
+    QVERIFY(TestSupport::ffmpeg({ "-f", "lavfi", "-i",
                      "aevalsrc=0.5*sin(2*PI*if(lt(t\\,2)\\,440\\,1000)*t):s=8000:d=4", "-c:a",
                      "pcm_s16le", m_twoTones }));
-    QVERIFY(ffmpeg({ "-f", "lavfi", "-i", "aevalsrc=0.5*sin(2*PI*440*t):s=8000:d=60", "-c:a", "pcm_alaw", m_long }));
+    QVERIFY(TestSupport::ffmpeg({ "-f", "lavfi", "-i", "aevalsrc=0.5*sin(2*PI*440*t):s=8000:d=60", "-c:a", "pcm_alaw", m_long }));
     // The session reads the server's outputs before the first test routes anything.
     QVERIFY(QTest::qWaitFor([] { return AudioSession::sharedInstance()->hasOutput("earpiece"); }));
 }

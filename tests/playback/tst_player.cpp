@@ -29,18 +29,6 @@ public slots:
     }
 };
 
-// A tone of hz (an expression of t) at path, in A-law unless encoding says otherwise.
-bool ffmpegTone(const QString &path, double seconds, const QString &hz = "440",
-                const QStringList &encoding = { "-c:a", "pcm_alaw" })
-{
-    QProcess process;
-    process.start("ffmpeg", QStringList { "-hide_banner", "-loglevel", "error", "-y", "-f", "lavfi",
-                                          "-i", QString("aevalsrc=0.5*sin(2*PI*%1*t):s=8000:d=%2")
-                                                    .arg(hz).arg(seconds) } +
-                                encoding + QStringList { path });
-    return process.waitForFinished(120000) && process.exitCode() == 0;
-}
-
 // A row as the player sees it, with the sizes a list could give it.
 struct Row : PlayerCell
 {
@@ -104,7 +92,7 @@ VantrelPlayer *TestPlayer::openRow(double seconds, const QString &hz)
     m_screen = std::make_unique<ListScreen>();
     const QString name = TestSupport::recordingName("TEL", "+15551234567", "15-Nov-2026-22-10-07");
     QDir().mkpath(m_screen->messages());
-    if (!ffmpegTone(m_screen->messages() + '/' + name, seconds, hz))
+    if (!TestSupport::writeTone(m_screen->messages() + '/' + name, seconds, hz))
         return nullptr;
     m_screen->open();
     m_screen->tapRow(0);
@@ -273,9 +261,9 @@ void TestPlayer::theListGoesOnWhileAnHourLongRecordingOpens()
     const QString hour = TestSupport::recordingName("TEL", "+15551234567", "15-Nov-2026-22-10-07");
     const QString minute =
         TestSupport::recordingName("TEL", "+15557654321", "14-Nov-2026-09-00-00");
-    QVERIFY(ffmpegTone(m_screen->messages() + '/' + hour, 3600, "1000",
+    QVERIFY(TestSupport::writeTone(m_screen->messages() + '/' + hour, 3600, "1000",
                        { "-c:a", "libmp3lame", "-b:a", "16k", "-write_xing", "0", "-f", "mp3" }));
-    QVERIFY(ffmpegTone(m_screen->messages() + '/' + minute, 60));
+    QVERIFY(TestSupport::writeTone(m_screen->messages() + '/' + minute, 60));
     m_screen->open();
     VantrelPlayer *player = m_screen->list()->playerController();
 

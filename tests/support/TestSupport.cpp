@@ -4,6 +4,7 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <QProcess>
 #include <sys/stat.h>
 
 bool TestSupport::writeFile(const QString &path, const QByteArray &contents)
@@ -44,4 +45,28 @@ int TestSupport::fileMode(const QString &path)
     if (::lstat(QFile::encodeName(path).constData(), &status) != 0)
         return -1;
     return int(status.st_mode & 07777);
+}
+
+bool TestSupport::ffmpeg(const QStringList &arguments)
+{
+    QProcess process;
+    process.start("ffmpeg", QStringList { "-hide_banner", "-loglevel", "error", "-y" } + arguments);
+    return process.waitForFinished(120000) && process.exitCode() == 0;
+}
+
+bool TestSupport::writeTone(const QString &path, double seconds, const QString &hz,
+                            const QStringList &encoding)
+{
+    return ffmpeg(QStringList { "-f", "lavfi", "-i",
+                                QString("aevalsrc=0.5*sin(2*PI*%1*t):s=8000:d=%2").arg(hz).arg(seconds) } +
+                  encoding + QStringList { path });
+}
+
+QStringList TestSupport::zipMembers(const QString &archive)
+{
+    QProcess unzip;
+    unzip.start("unzip", { "-Z1", archive });
+    if (!unzip.waitForFinished() || unzip.exitCode() != 0)
+        return { "(no archive)" };
+    return QString::fromUtf8(unzip.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts);
 }

@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QString>
+#include <QStringList>
 #include <QTemporaryDir>
 
 // Helpers shared by the tests: a temporary Messages directory per test and files in it.
@@ -22,5 +23,16 @@ int fileMode(const QString &path);
 
 // The demo samples of the source tree.
 QString samplesDirectory();
+
+// Runs the ffmpeg tool, quiet and overwriting; answers whether it succeeded.
+bool ffmpeg(const QStringList &arguments);
+// A tone of hz (an expression of t) for seconds at path, in A-law unless encoding says
+// otherwise, as the ffmpeg tool makes it fresh.
+bool writeTone(const QString &path, double seconds, const QString &hz = "440",
+               const QStringList &encoding = { "-c:a", "pcm_alaw" });
+
+// The member names of a zip archive as unzip lists them, one per line; a name holding a
+// newline is listed with "^J" in its place, as unzip prints control characters.
+QStringList zipMembers(const QString &archive);
 
 } // namespace TestSupport
