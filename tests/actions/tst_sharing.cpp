@@ -6,12 +6,8 @@
 #include "desktop/DocumentInteractionController.h"
 #include "desktop/DocumentPreview.h"
 
-#include <QClipboard>
 #include <QDir>
 #include <QFileDialog>
-#include <QGuiApplication>
-#include <QMimeData>
-#include <QProcess>
 #include <QPushButton>
 #include <QScopeGuard>
 #include <QTest>
@@ -34,7 +30,6 @@ private slots:
     void mailedArchiveOutlivesSheet();
     void archiveIsPrivate_data();
     void archiveIsPrivate();
-    void actionsInARowWhilePreviewIsUp();
     void quittingWithSheetUpLeavesNoArchive();
 
 private:
@@ -126,10 +121,7 @@ void TestSharing::zipsUnderProgressAlert()
                            "Compressing files: 66% (2/3)", "\nCurrent file:\n\n" + m_names[2],
                            "Compressing files: 100% (3/3)", "\nCompression finished." }));
     QTRY_VERIFY(!alert());
-    QProcess unzip;
-    unzip.start("unzip", { "-Z1", archive });
-    QVERIFY(unzip.waitForFinished());
-    QCOMPARE(QString(unzip.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts), m_names);
+    QCOMPARE(TestSupport::zipMembers(archive), m_names);
     QVERIFY(!QFile::exists(RecordingFiles::workingArchivePath()));
     QVERIFY(!m_screen->list()->isEditing());
 
@@ -219,22 +211,9 @@ void TestSharing::mailedArchiveOutlivesSheet()
 
     QFile file(attached);
     QVERIFY(file.open(QIODevice::ReadOnly));
-    QProcess unzip;
-    unzip.start("unzip", { "-Z1", QString::fromUtf8(file.readAll()) });
-    QVERIFY(unzip.waitForFinished());
-    QCOMPARE(QString(unzip.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts),
+    QCOMPARE(TestSupport::zipMembers(QString::fromUtf8(file.readAll())),
              QStringList({ m_names[0], m_names[2] }));
 }
-
-namespace {
-QStringList members(const QString &archive)
-{
-    QProcess unzip;
-    unzip.start("unzip", { "-Z1", archive });
-    unzip.waitForFinished();
-    return QString(unzip.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts);
-}
-} // namespace
 
 void TestSharing::archiveIsPrivate_data()
 {
@@ -268,44 +247,7 @@ void TestSharing::archiveIsPrivate()
     QTRY_VERIFY(!alert());
     QVERIFY(!QFile::exists(RecordingFiles::workingArchivePath()));
     QCOMPARE(TestSupport::fileMode(archiveOf(2, 0)), 0600);
-    QCOMPARE(members(archiveOf(2, 0)), m_names);
-}
-
-void TestSharing::actionsInARowWhilePreviewIsUp()
-{
-    QGuiApplication::clipboard()->clear();
-    shareRows({ 0, 1, 2 });
-    QTest::mouseClick(alert()->buttonForAction("Zip and Share"), Qt::LeftButton);
-    QTRY_VERIFY(m_screen->window()->findChild<DocumentPreview *>());
-    QTRY_VERIFY(!alert());
-    const QString archive = archiveOf(2, 0);
-
-    // Save a Copy…, thought better of in the file dialog; then Copy.
-    press("Share");
-    press("Save a Copy…");
-    // Once it is clear that no portal answers.
-    QTRY_VERIFY(m_screen->window()->findChild<QFileDialog *>());
-    auto *dialog = m_screen->window()->findChild<QFileDialog *>();
-    QVERIFY(dialog->isVisible());
-    QTest::keyClick(dialog, Qt::Key_Escape);
-    QTRY_VERIFY(!m_screen->window()->findChild<QFileDialog *>());
-    QTRY_VERIFY(!alert());
-    QVERIFY(QFile::exists(archive));
-    press("Share");
-    press("Copy");
-    QTRY_VERIFY(!alert());
-    QVERIFY(QFile::exists(archive));
-    const QList<QUrl> copied = QGuiApplication::clipboard()->mimeData()->urls();
-    QCOMPARE(copied.size(), 1);
-    const QString pasted = copied.first().toLocalFile();
-    QCOMPARE(members(pasted), m_names);
-    QCOMPARE(TestSupport::fileMode(pasted), 0600);
-
-    // The archive goes with the preview; what was copied stays for whoever pastes it.
-    press("Done");
-    QTRY_VERIFY(!QFile::exists(archive));
-    QCOMPARE(members(pasted), m_names);
-    QCOMPARE(QDir(m_screen->messages()).entryList(QDir::Files).size(), 3);
+    QCOMPARE(TestSupport::zipMembers(archiveOf(2, 0)), m_names);
 }
 
 void TestSharing::quittingWithSheetUpLeavesNoArchive()
