@@ -4,11 +4,10 @@
 #include "View.h"
 
 #include <QApplication>
-#include <QKeyEvent>
-#include <QMouseEvent>
 #include <QPainter>
 #include <QPushButton>
 #include <QScrollBar>
+#include <QScrollPrepareEvent>
 #include <QScrollerProperties>
 #include <QVariantAnimation>
 #include <algorithm>
