@@ -53,11 +53,18 @@ VTCell *ListScreen::cell(int row) const
     return qobject_cast<VTCell *>(table()->cellForRowAtIndexPath({ 0, row }));
 }
 
-void ListScreen::tapRow(int row)
+bool ListScreen::useSample(const QString &name)
 {
-    const QRect rect = table()->rectForRowAtIndexPath({ 0, row });
-    const QPoint point(rect.center().x(), rect.top() + 27 - table()->verticalScrollBar()->value());
-    QTest::mouseClick(table()->viewport(), Qt::LeftButton, {}, point);
+    const QString path = messages() + u'/' + name;
+    QFile::remove(path);
+    return QFile::copy(TestSupport::samplesDirectory() + u'/' + name, path);
+}
+
+void ListScreen::tapRow(TableView *table, int row)
+{
+    const QRect rect = table->rectForRowAtIndexPath({ 0, row });
+    const QPoint point(rect.center().x(), rect.top() + 27 - table->verticalScrollBar()->value());
+    QTest::mouseClick(table->viewport(), Qt::LeftButton, {}, point);
 }
 
 bool ListScreen::waitForHeights(const QList<int> &heights)

@@ -34,8 +34,11 @@ public:
     QWidget *window() const { return m_window.get(); }
     TableView *table() const { return m_list->tableView(); }
     VTCell *cell(int row) const;
+    // Replaces a recording with the demo sample of that name, which plays.
+    bool useSample(const QString &name);
     // A tap in the middle of a row's upper half, where a user would tap it.
-    void tapRow(int row);
+    void tapRow(int row) { tapRow(table(), row); }
+    static void tapRow(TableView *table, int row);
     // The row heights once the animation has ended.
     bool waitForHeights(const QList<int> &heights);
     // The alert or sheet showing now; one just answered may linger until it is deleted.

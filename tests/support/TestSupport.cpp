@@ -2,16 +2,43 @@
 
 #include "core/Log.h"
 
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QImage>
 #include <QProcess>
+#include <QWidget>
 #include <sys/stat.h>
 
 bool TestSupport::writeFile(const QString &path, const QByteArray &contents)
 {
+    QDir().mkpath(QFileInfo(path).path());
     QFile file(path);
     return file.open(QIODevice::WriteOnly | QIODevice::Truncate) &&
            file.write(contents) == contents.size();
+}
+
+bool TestSupport::writeProgram(const QString &path, const QByteArray &contents)
+{
+    return writeFile(path, contents) &&
+           QFile::setPermissions(path, QFile::ReadOwner | QFile::ExeOwner);
+}
+
+QByteArray TestSupport::readFile(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+bool TestSupport::draws(QWidget *widget, const QRect &area,
+                        const std::function<bool(const QColor &)> &matches)
+{
+    const QImage image = widget->grab(area).toImage();
+    for (int y = 0; y < image.height(); ++y)
+        for (int x = 0; x < image.width(); ++x)
+            if (matches(image.pixelColor(x, y)))
+                return true;
+    return false;
 }
 
 QString TestSupport::recordingName(const QString &kind, const QString &address, const QString &time)
@@ -57,9 +84,10 @@ bool TestSupport::ffmpeg(const QStringList &arguments)
 bool TestSupport::writeTone(const QString &path, double seconds, const QString &hz,
                             const QStringList &encoding)
 {
-    return ffmpeg(QStringList { "-f", "lavfi", "-i",
-                                QString("aevalsrc=0.5*sin(2*PI*%1*t):s=8000:d=%2").arg(hz).arg(seconds) } +
-                  encoding + QStringList { path });
+    return ffmpeg(
+        QStringList { "-f", "lavfi", "-i",
+                      QString("aevalsrc=0.5*sin(2*PI*%1*t):s=8000:d=%2").arg(hz).arg(seconds) } +
+        encoding + QStringList { path });
 }
 
 QStringList TestSupport::zipMembers(const QString &archive)

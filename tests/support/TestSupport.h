@@ -4,12 +4,24 @@
 #include <QString>
 #include <QStringList>
 #include <QTemporaryDir>
+#include <functional>
+
+class QColor;
+class QRect;
+class QWidget;
 
 // Helpers shared by the tests: a temporary Messages directory per test and files in it.
 namespace TestSupport {
 
-// Writes a file (creating it) and answers whether all of it was written.
+// Writes a file (creating it and its folders) and answers whether all of it was written.
 bool writeFile(const QString &path, const QByteArray &contents = QByteArray("x"));
+// The same, for a program (or a desktop file) that only its owner may read and run.
+bool writeProgram(const QString &path, const QByteArray &contents);
+// All of a file; null when it cannot be read.
+QByteArray readFile(const QString &path);
+
+// Whether any pixel of the area of widget, as it draws itself, has a colour that matches.
+bool draws(QWidget *widget, const QRect &area, const std::function<bool(const QColor &)> &matches);
 
 // A recording's bare name for the fields given.
 QString recordingName(const QString &kind, const QString &address, const QString &time);
