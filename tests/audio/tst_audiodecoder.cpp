@@ -20,16 +20,10 @@ namespace {
 // made fresh each run by the ffmpeg command line tool.
 bool makeTones(const QStringList &encoding, const QString &path)
 {
-    const QString tones = "aevalsrc=0.5*sin(2*PI*if(lt(t\\,1)\\,440\\,1000)*t):s=48000:d=2";
-    return QProcess::execute("ffmpeg",
-                             QStringList { "-v", "error", "-y", "-f", "lavfi", "-i", tones } +
-                                 encoding + QStringList { path }) == 0;
-}
-
-QByteArray contentsOf(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    return TestSupport::ffmpeg(
+        QStringList { "-f", "lavfi", "-i",
+                      "aevalsrc=0.5*sin(2*PI*if(lt(t\\,1)\\,440\\,1000)*t):s=48000:d=2" } +
+        encoding + QStringList { path });
 }
 
 // Wraps FFmpeg's ADTS stream of AAC-LC, mono at 44.1 kHz, in CAF as a phone records it: this
@@ -160,7 +154,7 @@ private slots:
         const QString path = file(QStringLiteral("%1.caf").arg(QTest::currentDataTag()));
         QVERIFY(makeTones(encoding, path));
         if (QTest::currentDataTag() == QLatin1String("AAC"))
-            QVERIFY(TestSupport::writeFile(path, aacInCaf(contentsOf(path), 2 * 44100)));
+            QVERIFY(TestSupport::writeFile(path, aacInCaf(TestSupport::readFile(path), 2 * 44100)));
 
         AudioDecoder decoder({ outputRate, outputChannels, Sample::Float });
         QVERIFY2(decoder.open(path), qPrintable(decoder.errorString()));
@@ -213,14 +207,16 @@ private slots:
         QVERIFY(picture.save(file("picture.png")));
         for (const char *codec : { "pcm_s16le", "alac" }) // the tones at 8 kHz in CAF, to spoil
             QVERIFY(makeTones({ "-c:a", codec, "-ar", "8000", "-f", "caf" }, file(codec)));
-        const QByteArray pcm = contentsOf(file("pcm_s16le")), alac = contentsOf(file("alac"));
+        const QByteArray pcm = TestSupport::readFile(file("pcm_s16le")),
+                         alac = TestSupport::readFile(file("alac"));
 
         row("missing", "missing", {}, "No such file or directory");
         row("zero bytes", "file", {}, "the file is empty (0 bytes)");
         row("directory named like a recording", "folder", {}, "Is a directory");
         row("fifo named .caf", "fifo", {}, "not a regular file");
         row("text named .caf", "file", "Call me back about Tuesday.\nThanks, Dan\n", "not audio");
-        row("picture named .caf", "file", contentsOf(file("picture.png")), "no audio stream");
+        row("picture named .caf", "file", TestSupport::readFile(file("picture.png")),
+            "no audio stream");
         row("header cut short", "file", pcm.left(24), "not audio");
         row("unknown codec", "file", patched(pcm, "desc", 8, "7a7a7a7a"),
             "unsupported audio codec (zzzz)");
