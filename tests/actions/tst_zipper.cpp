@@ -32,10 +32,7 @@ class TestZipper : public QObject
 private slots:
     void init();
     void archivesNamesAsTheyAre();
-    void percentages_data();
-    void percentages();
     void nothingToArchive();
-    void noArchiver();
 
 private:
     std::unique_ptr<QTemporaryDir> m_root;
@@ -71,7 +68,8 @@ void TestZipper::archivesNamesAsTheyAre()
         paths << "/elsewhere/" + name; // only the bare name counts
     QVERIFY(zipper.zipSourceFilePaths(paths, m_destination, false, &m_recorder));
 
-    QCOMPARE(TestSupport::zipMembers(m_destination), QStringList(names).replaceInStrings("\n", "^J"));
+    QCOMPARE(TestSupport::zipMembers(m_destination),
+             QStringList(names).replaceInStrings("\n", "^J"));
     QCOMPARE(m_recorder.calls.first(), "start");
     QCOMPARE(m_recorder.calls.last(), "done");
     QCOMPARE(m_recorder.calls[2], "50% " + names[1] + " 2/4");
@@ -84,25 +82,6 @@ void TestZipper::archivesNamesAsTheyAre()
     QVERIFY2(log[1].contains(QRegularExpression("PD [1-9][0-9]* result 0$")), qPrintable(log[1]));
 }
 
-void TestZipper::percentages_data()
-{
-    QTest::addColumn<int>("files");
-    QTest::addColumn<QList<int>>("percents");
-    QTest::newRow("one") << 1 << QList<int> { 100 };
-    QTest::newRow("three") << 3 << QList<int> { 33, 66, 100 };
-    QTest::newRow("seven") << 7 << QList<int> { 14, 28, 42, 57, 71, 85, 100 };
-}
-
-void TestZipper::percentages()
-{
-    QFETCH(int, files);
-    QFETCH(QList<int>, percents);
-    QList<int> told;
-    for (int index = 1; index <= files; ++index)
-        told << VantrelFileZipper::percentDone(index, files);
-    QCOMPARE(told, percents);
-}
-
 void TestZipper::nothingToArchive()
 {
     QVERIFY(TestSupport::writeFile(m_destination, "an older archive"));
@@ -110,19 +89,6 @@ void TestZipper::nothingToArchive()
     QVERIFY(!zipper.zipSourceFilePaths({}, m_destination, false, &m_recorder));
     QCOMPARE(m_recorder.calls, (QStringList { "start", "failed" }));
     QVERIFY(!QFile::exists(m_destination));
-}
-
-void TestZipper::noArchiver()
-{
-    // Without zip, no file reaches an archive: progress goes on and the run fails.
-    QVERIFY(TestSupport::writeFile(m_messages + "/a.caf"));
-    const char *installed = VantrelFileZipper::zipExecutable;
-    VantrelFileZipper::zipExecutable = "/nonexistent/zip";
-    VantrelFileZipper zipper(m_messages);
-    const bool made = zipper.zipSourceFilePaths({ "a.caf" }, m_destination, true, &m_recorder);
-    VantrelFileZipper::zipExecutable = installed;
-    QVERIFY(!made);
-    QCOMPARE(m_recorder.calls, (QStringList { "start", "100% a.caf 1/1", "failed" }));
 }
 
 QTEST_GUILESS_MAIN(TestZipper)
