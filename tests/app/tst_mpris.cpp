@@ -1,12 +1,13 @@
+#include "ListScreen.h"
 #include "PrivateSoundServer.h"
 #include "SoundMonitor.h"
 #include "TestSupport.h"
 #include "app/VantrelApplication.h"
 #include "list/TableController.h"
+#include "playback/VantrelPlayer.h"
 #include "toolkit/Button.h"
 #include "toolkit/Label.h"
 #include "toolkit/TableView.h"
-#include "playback/VantrelPlayer.h"
 
 #include <QDBusConnection>
 #include <QDir>
@@ -36,7 +37,7 @@ private:
     static VantrelPlayer *player() { return list()->playerController(); }
     // Runs playerctl without blocking the event loop, which answers it; its output, trimmed.
     static QString playerctl(const QStringList &arguments);
-    void tapFirstRow();
+    static void tapFirstRow() { ListScreen::tapRow(list()->tableView(), 0); }
 
     std::unique_ptr<PrivateSoundServer> m_sound;
     std::unique_ptr<QTemporaryDir> m_root;
@@ -77,14 +78,6 @@ QString TestMpris::playerctl(const QStringList &arguments)
         return "(playerctl hangs)";
     return QString::fromUtf8(client.readAllStandardOutput() + client.readAllStandardError())
         .trimmed();
-}
-
-void TestMpris::tapFirstRow()
-{
-    TableView *table = list()->tableView();
-    const QRect row = table->rectForRowAtIndexPath({ 0, 0 });
-    QTest::mouseClick(table->viewport(), Qt::LeftButton, {},
-                      QPoint(row.center().x(), row.top() + 27));
 }
 
 void TestMpris::nothingLoadedWithoutOpenRow()
@@ -135,9 +128,10 @@ void TestMpris::controlsAndScreenFollowEachOther()
     QTRY_VERIFY(!player()->playbackButton()->isSelected());
     QCOMPARE(playerctl({ "position" }), "0.000000");
 
-    // Closing the row unloads it.
+    // Closing the row unloads it and takes its controls away.
     tapFirstRow();
     QTRY_COMPARE(playerctl({ "status" }), "Stopped");
+    QTRY_VERIFY(!player()->playbackButton()->isVisible());
     QCOMPARE(playerctl({ "metadata", "title" }), "No player could handle this command");
 }
 

@@ -1,9 +1,9 @@
 #include "ListScreen.h"
 #include "TestSupport.h"
+#include "playback/VantrelPlayer.h"
 #include "toolkit/AlertController.h"
 #include "toolkit/NavigationBar.h"
 #include "toolkit/NavigationController.h"
-#include "playback/VantrelPlayer.h"
 
 #include <QAccessible>
 #include <QApplication>
@@ -22,7 +22,6 @@ private slots:
     void initTestCase();
     void init();
     void cleanup() { m_screen.reset(); }
-    void tapsOpenSwitchAndCloseRows();
     void keyboardReachesEachControlOnce();
     void aLongAddressIsReadAsItIsShown();
     void closingARowClosesItsTranscript_data();
@@ -67,11 +66,8 @@ void TestRows::initTestCase()
               " %u\nMimeType=x-scheme-handler/tel;x-scheme-handler/facetime-audio;\n" },
         { m_dialer.filePath("config/mimeapps.list"), kHandlers },
     };
-    for (const auto &[path, text] : files) {
-        QVERIFY(QDir().mkpath(QFileInfo(path).path()));
-        QVERIFY(TestSupport::writeFile(path, text.toUtf8()));
-    }
-    QVERIFY(QFile::setPermissions(script, QFile::ReadOwner | QFile::ExeOwner));
+    for (const auto &[path, text] : files)
+        QVERIFY(TestSupport::writeProgram(path, text.toUtf8()));
     qputenv("XDG_DATA_HOME", m_dialer.filePath("data").toLocal8Bit());
     qputenv("XDG_CONFIG_HOME", m_dialer.filePath("config").toLocal8Bit());
     // xdg-open consults scheme handlers only inside a graphical session.
@@ -83,9 +79,8 @@ void TestRows::initTestCase()
 
 QStringList TestRows::dialed() const
 {
-    QFile file(m_dialer.filePath("dialed.txt"));
-    file.open(QIODevice::ReadOnly);
-    return QString::fromUtf8(file.readAll()).split(u'\n', Qt::SkipEmptyParts);
+    return QString::fromUtf8(TestSupport::readFile(m_dialer.filePath("dialed.txt")))
+        .split(u'\n', Qt::SkipEmptyParts);
 }
 
 void TestRows::init()
@@ -102,46 +97,23 @@ void TestRows::init()
     m_screen->addRecording("TEL", "PRIVATE", "13-Nov-2026-11-20-03");
 }
 
-void TestRows::tapsOpenSwitchAndCloseRows()
-{
-    m_screen->open();
-    m_screen->tapRow(0);
-    QVERIFY(m_screen->waitForHeights({ 108, 54, 54 }));
-    QVERIFY(m_screen->cell(0)->hasPlayer());
-
-    m_screen->tapRow(1);
-    QVERIFY(m_screen->waitForHeights({ 54, 108, 54 }));
-    QTRY_VERIFY(m_screen->cell(1)->hasPlayer());
-    QTRY_VERIFY(!m_screen->cell(0)->hasPlayer());
-
-    m_screen->tapRow(1);
-    QVERIFY(m_screen->waitForHeights({ 54, 54, 54 }));
-    QTRY_VERIFY(!m_screen->cell(1)->hasPlayer());
-}
-
 namespace {
 // Whether the keyboard's ring is drawn around widget: its colour on the left edge.
 bool ringDrawn(QWidget *widget)
 {
-    const QImage image = widget->grab().toImage();
-    for (int x = 0; x < 5; ++x) {
-        const QColor seen = image.pixelColor(int(x * image.devicePixelRatio()), image.height() / 2);
-        if (std::abs(seen.red() - kFocusRingColor.red()) < 24 &&
-            std::abs(seen.green() - kFocusRingColor.green()) < 24 &&
-            std::abs(seen.blue() - kFocusRingColor.blue()) < 24)
-            return true;
-    }
-    return false;
+    return TestSupport::draws(widget, QRect(0, widget->height() / 2, 5, 1), [](const QColor &seen) {
+        return std::abs(seen.red() - kFocusRingColor.red()) < 24 &&
+               std::abs(seen.green() - kFocusRingColor.green()) < 24 &&
+               std::abs(seen.blue() - kFocusRingColor.blue()) < 24;
+    });
 }
 } // namespace
 
 void TestRows::keyboardReachesEachControlOnce()
 {
     // The first row's recording can be played: its player shows its controls.
-    const QString name = TestSupport::recordingName("TEL", "+15551234567", "15-Nov-2026-22-10-07");
-    QVERIFY(QFile::remove(m_screen->messages() + '/' + name));
-    QVERIFY(QFile::copy(TestSupport::samplesDirectory() + '/' + name,
-                        m_screen->messages() + '/' + name));
+    QVERIFY(m_screen->useSample(
+        TestSupport::recordingName("TEL", "+15551234567", "15-Nov-2026-22-10-07")));
     m_screen->open();
     QVERIFY(QTest::qWaitForWindowActive(m_screen->window()));
     TableView *table = m_screen->table();
@@ -156,11 +128,16 @@ void TestRows::keyboardReachesEachControlOnce()
     VTCell *first = m_screen->cell(0);
     VTCell *last = m_screen->cell(2); // a private caller: no call-back, no transcript
     const QList<std::pair<Qt::Key, QWidget *>> walk = {
-        { Qt::Key_Right, first->phoneButton() }, { Qt::Key_Right, first->readButton() },
-        { Qt::Key_Right, first->readButton() },  { Qt::Key_Left, first->phoneButton() },
-        { Qt::Key_Left, table },                 { Qt::Key_Left, table },
-        { Qt::Key_Right, first->phoneButton() }, { Qt::Key_Down, table },
-        { Qt::Key_Down, table },                 { Qt::Key_Right, table },
+        { Qt::Key_Right, first->phoneButton() },
+        { Qt::Key_Right, first->readButton() },
+        { Qt::Key_Right, first->readButton() },
+        { Qt::Key_Left, first->phoneButton() },
+        { Qt::Key_Left, table },
+        { Qt::Key_Left, table },
+        { Qt::Key_Right, first->phoneButton() },
+        { Qt::Key_Down, table },
+        { Qt::Key_Down, table },
+        { Qt::Key_Right, table },
     };
     for (const auto &[key, expected] : walk) {
         QTest::keyClick(focus(), key);
@@ -217,8 +194,8 @@ void TestRows::aLongAddressIsReadAsItIsShown()
     QCOMPARE(message->text(), question);
     // The address breaks across lines to stay inside the panel, which stays inside the window.
     const QWidget *panel = alert()->findChild<QWidget *>("AlertPanel");
-    QVERIFY(m_screen->window()->rect().contains(QRect(panel->mapTo(m_screen->window(), QPoint()),
-                                                      panel->size())));
+    QVERIFY(m_screen->window()->rect().contains(
+        QRect(panel->mapTo(m_screen->window(), QPoint()), panel->size())));
     QVERIFY(message->width() <= panel->width());
     QVERIFY(message->height() >= 3 * message->fontMetrics().height());
     QVERIFY(message->height() >= message->heightForWidth(message->width()));
@@ -473,7 +450,8 @@ void TestRows::rowsReadThroughAccessibility()
     // The row's own buttons are actions of the row, only those shown, and they act.
     QVERIFY(row->actionInterface()->actionNames().contains("Call back Daniel Reyes"));
     QVERIFY(row->actionInterface()->actionNames().contains("Transcript"));
-    QVERIFY(!accessible(m_screen->cell(2))->actionInterface()->actionNames().contains("Transcript"));
+    QVERIFY(
+        !accessible(m_screen->cell(2))->actionInterface()->actionNames().contains("Transcript"));
     row->actionInterface()->doAction("Transcript");
     QVERIFY(m_screen->waitForHeights({ 108, 54, 54 }));
     QTRY_VERIFY(m_screen->cell(0)->readerView()->isVisible());
