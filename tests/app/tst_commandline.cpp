@@ -26,49 +26,35 @@ void TestCommandLine::parse_data()
     QTest::addColumn<QString>("error");
 
     const QString standard = LaunchOptions::kDefaultMessagesDirectory;
-    QTest::newRow("defaults") << QStringList {} << QStringList {} << int(Action::Run) << standard
-                              << "" << QSize() << "";
-    QTest::newRow("environment") << QStringList {}
-                                 << QStringList { "VANTREL_MESSAGES_DIR=/env/dir",
-                                                  "VANTREL_CONTACTS=/env/c.vcf" }
-                                 << int(Action::Run) << "/env/dir"
-                                 << "/env/c.vcf" << QSize() << "";
-    QTest::newRow("option wins") << QStringList { "--messages-dir", "/opt/dir",
-                                                  "--contacts=/opt/c.vcf" }
-                                 << QStringList { "VANTREL_MESSAGES_DIR=/env/dir",
-                                                  "VANTREL_CONTACTS=/env/c.vcf" }
-                                 << int(Action::Run) << "/opt/dir"
-                                 << "/opt/c.vcf" << QSize() << "";
-    QTest::newRow("size") << QStringList { "--size", "720x1440" } << QStringList {}
-                          << int(Action::Run) << standard << "" << QSize(720, 1440) << "";
-    QTest::newRow("qt's own options pass")
-        << QStringList { "-platform", "offscreen", "-reverse" } << QStringList {}
-        << int(Action::Run) << standard << "" << QSize() << "";
+    const auto run = [&](const char *tag, const QStringList &arguments,
+                         const QStringList &environment = {}, const QString &directory = {},
+                         const QString &contacts = "", QSize size = {}) {
+        QTest::newRow(tag) << arguments << environment << int(Action::Run)
+                           << (directory.isNull() ? standard : directory) << contacts << size << "";
+    };
+    const auto fail = [&](const QString &tag, const QStringList &arguments, const QString &error) {
+        QTest::newRow(qPrintable(tag)) << arguments << QStringList() << int(Action::Fail)
+                                       << standard << "" << QSize() << "vantrel: " + error;
+    };
+    const QStringList environment { "VANTREL_MESSAGES_DIR=/env/dir",
+                                    "VANTREL_CONTACTS=/env/c.vcf" };
+    run("defaults", {});
+    run("environment", {}, environment, "/env/dir", "/env/c.vcf");
+    run("option wins", { "--messages-dir", "/opt/dir", "--contacts=/opt/c.vcf" }, environment,
+        "/opt/dir", "/opt/c.vcf");
+    run("size", { "--size", "720x1440" }, {}, {}, "", QSize(720, 1440));
+    run("qt's own options pass", { "-platform", "offscreen", "-reverse" });
     QTest::newRow("help") << QStringList { "--help" } << QStringList {} << int(Action::ShowHelp)
                           << standard << "" << QSize() << "";
-    QTest::newRow("unknown") << QStringList { "--colour" } << QStringList {} << int(Action::Fail)
-                             << standard << "" << QSize()
-                             << "vantrel: unknown option '--colour' (see --help)";
-    QTest::newRow("stray argument")
-        << QStringList { "inbox" } << QStringList {} << int(Action::Fail) << standard << ""
-        << QSize() << "vantrel: unexpected argument 'inbox' (see --help)";
-    QTest::newRow("missing value")
-        << QStringList { "--messages-dir" } << QStringList {} << int(Action::Fail) << standard << ""
-        << QSize() << "vantrel: Missing value after '--messages-dir'.";
-    QTest::newRow("empty value")
-        << QStringList { "--contacts=" } << QStringList {} << int(Action::Fail) << standard << ""
-        << QSize() << "vantrel: option '--contacts' needs a non-empty value";
-    QTest::newRow("value for a flag")
-        << QStringList { "--demo=yes" } << QStringList {} << int(Action::Fail) << standard << ""
-        << QSize() << "vantrel: Unexpected value after '--demo'.";
-    for (const char *bad : { "375", "0x667", "375x", "-5x10", "375x667x2", "99999x2" }) {
-        QTest::newRow(qPrintable(QStringLiteral("size %1").arg(bad)))
-            << QStringList { "--size", bad } << QStringList {} << int(Action::Fail) << standard
-            << "" << QSize()
-            << QStringLiteral(
-                   "vantrel: invalid value '%1' for --size (expected WxH, such as 375x667)")
-                   .arg(bad);
-    }
+    fail("unknown", { "--colour" }, "unknown option '--colour' (see --help)");
+    fail("stray argument", { "inbox" }, "unexpected argument 'inbox' (see --help)");
+    fail("missing value", { "--messages-dir" }, "Missing value after '--messages-dir'.");
+    fail("empty value", { "--contacts=" }, "option '--contacts' needs a non-empty value");
+    fail("value for a flag", { "--demo=yes" }, "Unexpected value after '--demo'.");
+    for (const char *bad : { "375", "0x667", "375x", "-5x10", "375x667x2", "99999x2" })
+        fail(QStringLiteral("size %1").arg(bad), { "--size", bad },
+             QStringLiteral("invalid value '%1' for --size (expected WxH, such as 375x667)")
+                 .arg(bad));
 }
 
 void TestCommandLine::parse()
@@ -103,9 +89,6 @@ void TestCommandLine::exitCodes_data()
     QTest::newRow("help") << QStringList { "--help" } << 0 << "";
     QTest::newRow("unknown option")
         << QStringList { "--nope" } << 2 << "vantrel: unknown option '--nope' (see --help)";
-    QTest::newRow("bad size") << QStringList {
-        "--size", "big"
-    } << 2 << "vantrel: invalid value 'big' for --size (expected WxH, such as 375x667)";
     QTest::newRow("unwritable screenshot")
         << QStringList { "--messages-dir", "/nonexistent", "--screenshot",
                          "/nonexistent/dir/shot.png" }
