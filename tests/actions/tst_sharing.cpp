@@ -2,9 +2,9 @@
 #include "TestSupport.h"
 #include "actions/RecordingFiles.h"
 #include "actions/VantrelFileZipper.h"
-#include "toolkit/AlertController.h"
 #include "desktop/DocumentInteractionController.h"
 #include "desktop/DocumentPreview.h"
+#include "toolkit/AlertController.h"
 
 #include <QDir>
 #include <QFileDialog>
@@ -36,6 +36,8 @@ private:
     AlertController *alert() const { return m_screen->alert(); }
     void press(const QString &name) { m_screen->press(name); }
     void shareRows(const QList<int> &rows);
+    // Shares the rows as an archive and waits for its preview.
+    void zipAndPreview(const QList<int> &rows);
     QString archiveOf(int last, int first) const;
     std::unique_ptr<ListScreen> m_screen;
     QStringList m_names;
@@ -73,6 +75,14 @@ void TestSharing::shareRows(const QList<int> &rows)
     for (const int row : rows)
         m_screen->tapRow(row);
     press("Share");
+}
+
+void TestSharing::zipAndPreview(const QList<int> &rows)
+{
+    shareRows(rows);
+    QTest::mouseClick(alert()->buttonForAction("Zip and Share"), Qt::LeftButton);
+    QTRY_VERIFY(m_screen->window()->findChild<DocumentPreview *>());
+    QTRY_VERIFY(!alert());
 }
 
 void TestSharing::archiveName_data()
@@ -186,20 +196,14 @@ void TestSharing::mailedArchiveOutlivesSheet()
     // and the archive in /tmp gone by then.
     QTemporaryDir home;
     const QString attached = home.filePath("attached");
-    QVERIFY(QDir().mkpath(home.filePath("bin")));
-    QVERIFY(TestSupport::writeFile(
+    QVERIFY(TestSupport::writeProgram(
         home.filePath("bin/xdg-email"),
         QString("#!/bin/sh\nprintf '%s' \"$2\" > '%1'\n").arg(attached).toUtf8()));
-    QVERIFY(
-        QFile::setPermissions(home.filePath("bin/xdg-email"), QFile::ReadOwner | QFile::ExeOwner));
     const QByteArray path = qgetenv("PATH");
     qputenv("PATH", home.filePath("bin").toLocal8Bit() + ':' + path);
     qputenv("XDG_CACHE_HOME", home.filePath("cache").toLocal8Bit());
 
-    shareRows({ 0, 2 });
-    QTest::mouseClick(alert()->buttonForAction("Zip and Share"), Qt::LeftButton);
-    QTRY_VERIFY(m_screen->window()->findChild<DocumentPreview *>());
-    QTRY_VERIFY(!alert());
+    zipAndPreview({ 0, 2 });
     press("Share");
     press("Mail");
     QTRY_VERIFY(QFile::exists(attached));
@@ -209,9 +213,7 @@ void TestSharing::mailedArchiveOutlivesSheet()
     QTRY_VERIFY(!QFile::exists(archiveOf(2, 0)));
     qputenv("PATH", path);
 
-    QFile file(attached);
-    QVERIFY(file.open(QIODevice::ReadOnly));
-    QCOMPARE(TestSupport::zipMembers(QString::fromUtf8(file.readAll())),
+    QCOMPARE(TestSupport::zipMembers(QString::fromUtf8(TestSupport::readFile(attached))),
              QStringList({ m_names[0], m_names[2] }));
 }
 
@@ -241,10 +243,7 @@ void TestSharing::archiveIsPrivate()
         qputenv("XDG_RUNTIME_DIR", saved);
     });
     qputenv("XDG_RUNTIME_DIR", folder.path().toLocal8Bit());
-    shareRows({ 0, 1, 2 });
-    QTest::mouseClick(alert()->buttonForAction("Zip and Share"), Qt::LeftButton);
-    QTRY_VERIFY(m_screen->window()->findChild<DocumentPreview *>());
-    QTRY_VERIFY(!alert());
+    zipAndPreview({ 0, 1, 2 });
     QVERIFY(!QFile::exists(RecordingFiles::workingArchivePath()));
     QCOMPARE(TestSupport::fileMode(archiveOf(2, 0)), 0600);
     QCOMPARE(TestSupport::zipMembers(archiveOf(2, 0)), m_names);
@@ -252,10 +251,7 @@ void TestSharing::archiveIsPrivate()
 
 void TestSharing::quittingWithSheetUpLeavesNoArchive()
 {
-    shareRows({ 0, 2 });
-    QTest::mouseClick(alert()->buttonForAction("Zip and Share"), Qt::LeftButton);
-    QTRY_VERIFY(m_screen->window()->findChild<DocumentPreview *>());
-    QTRY_VERIFY(!alert());
+    zipAndPreview({ 0, 2 });
     press("Share");
     press("Save a Copy…");
     QTRY_VERIFY(m_screen->window()->findChild<QFileDialog *>());

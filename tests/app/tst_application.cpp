@@ -1,11 +1,12 @@
+#include "ListScreen.h"
 #include "TestSupport.h"
 #include "app/VantrelApplication.h"
-#include "list/TableController.h"
 #include "audio/AudioSession.h"
-#include "toolkit/Button.h"
 #include "desktop/Device.h"
-#include "toolkit/TableView.h"
+#include "list/TableController.h"
 #include "playback/VantrelPlayer.h"
+#include "toolkit/Button.h"
+#include "toolkit/TableView.h"
 
 #include <QDBusArgument>
 #include <QDBusConnection>
@@ -81,8 +82,11 @@ private:
     static VantrelApplication *app() { return VantrelApplication::sharedApplication(); }
     static TableController *list() { return app()->tableController(); }
     QString messages() const { return m_root->filePath("Messages"); }
-    void tapFirstRow();
-    static int firstRowHeight();
+    static void tapFirstRow() { ListScreen::tapRow(list()->tableView(), 0); }
+    static int firstRowHeight()
+    {
+        return list()->tableView()->rectForRowAtIndexPath({ 0, 0 }).height();
+    }
     static void leaveAndComeBack(const QString &how);
 
     std::unique_ptr<QTemporaryDir> m_root;
@@ -107,19 +111,6 @@ void TestApplication::cleanupTestCase()
 {
     m_spy.reset();
     m_root.reset();
-}
-
-void TestApplication::tapFirstRow()
-{
-    TableView *table = list()->tableView();
-    const QRect row = table->rectForRowAtIndexPath({ 0, 0 });
-    QTest::mouseClick(table->viewport(), Qt::LeftButton, {},
-                      QPoint(row.center().x(), row.top() + 27));
-}
-
-int TestApplication::firstRowHeight()
-{
-    return list()->tableView()->rectForRowAtIndexPath({ 0, 0 }).height();
 }
 
 void TestApplication::proximityFollowsReceiverPlayback()
