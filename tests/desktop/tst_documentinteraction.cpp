@@ -389,44 +389,73 @@ private slots:
                  QStringList { "Daniel's copy.caf" });
     }
 
-    // A preview stays up through any number of actions: its Share opens the sheet again each
-    // time, every action works, and each menu's end is reported once, the preview's at Done.
-    void previewOutlivesActions_data()
+    // A preview shows what the file holds, never a way to unpack it, and stays up through any
+    // number of actions: its Share opens the sheet again each time, every action works, and
+    // each menu's end is reported once, the preview's at Done or Escape.
+    void preview_data()
     {
-        QTest::addColumn<QStringList>("taps"); // "Share", a sheet's button, "Escape", "Done"
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QStringList>("shown"); // %1: the file's path
+        QTest::addColumn<QStringList>("taps");  // "Share", a sheet's button, "Escape", "Done"
         QTest::addColumn<QStringList>("events");
         QTest::addColumn<int>("portal");
-        QTest::addColumn<QString>("clipboard"); // "copy": a private hand-over copy
+        QTest::addColumn<bool>("copied"); // a private hand-over copy is on the clipboard
+        const auto row = [](const char *tag, const QString &name, const QStringList &shown,
+                            const QStringList &taps, const QStringList &events, int portal = -1,
+                            bool copied = false) {
+            QTest::newRow(tag) << name << shown << taps << events << portal << copied;
+        };
+        const QString archive = "Vantrel-Nov 14 2026 - 09:00:00-Nov 15 2026 - 22:10:07.zip";
+        const QStringList listing { "3 items", "msg-_TEL-_+15551234567-_15-Nov-2026-22-10-07.caf",
+                                    "msg-_TEL-_+15551234567-_15-Nov-2026-22-10-07.txt",
+                                    "msg-_FT-_anna.berg@example.com-_02-Nov-2026-18-30-12.caf" };
+        const QStringList once { "options", "preview" };
         const QStringList twice { "options", "options", "preview" };
-        QTest::newRow("Save a Copy…, Escape in the dialog, then Copy")
-            << QStringList { "Share", "Save a Copy…", "Escape", "Share", "Copy", "Done" } << twice
-            << -1 << "copy";
-        QTest::newRow("Copy, then Copy again")
-            << QStringList { "Share", "Copy", "Share", "Copy", "Done" } << twice << -1 << "copy";
-        QTest::newRow("Open, then Mail") << QStringList { "Share", "Open", "Share", "Mail", "Done" }
-                                         << QStringList { "sent to vantrel-test-archiver.desktop",
-                                                          "options", "options", "preview" }
-                                         << -1 << QString();
-        QTest::newRow("portal cancelled, then Copy")
-            << QStringList { "Share", "Open With…", "Share", "Copy", "Escape" }
-            << QStringList { "open-in", "options", "options", "preview" } << 1 << "copy";
+        row("archive", archive, listing, { "Share", "Cancel", "Done" }, once);
+        row("recording", "Daniel.caf", { "Daniel.caf", "Length: 1:05" },
+            { "Share", "Cancel", "Escape" }, once);
+        row("missing", "gone.caf", { "The file could not be read: %1" },
+            { "Share", "Cancel", "Done" }, once);
+        row("Save a Copy…, Escape in the dialog, then Copy", archive, listing,
+            { "Share", "Save a Copy…", "Escape", "Share", "Copy", "Done" }, twice, -1, true);
+        row("Copy, then Copy again", archive, listing, { "Share", "Copy", "Share", "Copy", "Done" },
+            twice, -1, true);
+        row("Open, then Mail", archive, listing, { "Share", "Open", "Share", "Mail", "Done" },
+            { "sent to vantrel-test-archiver.desktop", "options", "options", "preview" });
+        row("portal cancelled, then Copy", archive, listing,
+            { "Share", "Open With…", "Share", "Copy", "Escape" },
+            { "open-in", "options", "options", "preview" }, 1, true);
     }
 
-    void previewOutlivesActions()
+    void preview()
     {
+        QFETCH(QString, name);
+        QFETCH(QStringList, shown);
         QFETCH(QStringList, taps);
         QFETCH(QStringList, events);
         QFETCH(int, portal);
-        QFETCH(QString, clipboard);
+        QFETCH(bool, copied);
         m_portal.answer = portal;
         QVERIFY(portal < 0 || QDBusConnection::sessionBus().registerService(kPortal));
         QGuiApplication::clipboard()->clear();
-        const QString path = file("Vantrel-Nov 14 2026 - 09:00:00-Nov 15 2026 - 22:10:07.zip");
+        const QString path = m_files->filePath(name);
+        if (name.endsWith(".zip")) {
+            QProcess zip;
+            zip.setWorkingDirectory(TestSupport::samplesDirectory());
+            zip.start("/usr/bin/zip", QStringList { "-q", path } + shown.mid(1));
+            QVERIFY(zip.waitForFinished() && zip.exitCode() == 0);
+        } else if (name == "Daniel.caf") { // as phones record: Core Audio Format, 65 seconds
+            QVERIFY(TestSupport::ffmpeg({ "-f", "lavfi", "-i", "anullsrc=r=8000:cl=mono", "-t",
+                                          "65", "-c:a", "pcm_s16le", "-f", "caf", path }));
+        }
         m_controller = Controller::interactionControllerWithURL(QUrl::fromLocalFile(path));
         m_controller->setDelegate(this);
         m_controller->setHandsOverCopy(true);
         QVERIFY(m_controller->presentPreviewAnimated(true));
         DocumentPreview *preview = m_controller->preview();
+        QVERIFY(preview->isVisible());
+        QCOMPARE(preview->geometry(), m_window->rect());
+        QTRY_COMPARE(preview->lines(), shown.replaceInStrings("%1", path));
         qsizetype shares = 0;
         QString previous;
         for (const QString &tap : std::as_const(taps)) {
@@ -436,6 +465,13 @@ private slots:
                 ++shares;
                 QTest::mouseClick(preview->shareButton(), Qt::LeftButton);
                 QVERIFY(m_controller->currentMenu());
+                // Never a way to unpack, and every control says what it is.
+                const QRegularExpression unpack("extract|unpack|unzip|contents",
+                                                QRegularExpression::CaseInsensitiveOption);
+                for (QAbstractButton *control : m_window->findChildren<QAbstractButton *>()) {
+                    QVERIFY2(!control->text().contains(unpack), qPrintable(control->text()));
+                    QVERIFY(!control->isVisible() || !control->accessibleName().isEmpty());
+                }
             } else if (tap == "Done") {
                 QTest::mouseClick(preview->doneButton(), Qt::LeftButton);
             } else if (tap == "Escape") {
@@ -459,76 +495,20 @@ private slots:
         m_controller->dismissPreviewAnimated(true);
         QCOMPARE(m_events, events);
         QTRY_VERIFY(!m_window->findChild<DocumentPreview *>());
-        QVERIFY(QFile::exists(path));
+        QCOMPARE(QFile::exists(path), name != "gone.caf");
 
         // What was copied is a file that stays, however the sheet ended: a copy of the archive
         // that only its owner can read.
         const QMimeData *pasted = QGuiApplication::clipboard()->mimeData();
-        const QList<QUrl> copied = pasted ? pasted->urls() : QList<QUrl>();
-        QCOMPARE(copied.size(), clipboard.isEmpty() ? 0 : 1);
-        if (!clipboard.isEmpty()) {
-            const QString handedOver = copied.first().toLocalFile();
+        const QList<QUrl> urls = pasted ? pasted->urls() : QList<QUrl>();
+        QCOMPARE(urls.size(), copied ? 1 : 0);
+        if (copied) {
+            const QString handedOver = urls.first().toLocalFile();
             QVERIFY(handedOver != path);
             m_controller.reset();
             QCOMPARE(TestSupport::readFile(handedOver), TestSupport::readFile(path));
             QCOMPARE(TestSupport::fileMode(handedOver), 0600);
         }
-    }
-
-    void preview_data()
-    {
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<bool>("escape");       // closed with Escape rather than Done
-        QTest::addColumn<QStringList>("shown"); // %1: the file's path
-        const QStringList members { "msg-_TEL-_+15551234567-_15-Nov-2026-22-10-07.caf",
-                                    "msg-_TEL-_+15551234567-_15-Nov-2026-22-10-07.txt",
-                                    "msg-_FT-_anna.berg@example.com-_02-Nov-2026-18-30-12.caf" };
-        QTest::newRow("archive") << "Vantrel-Nov 14 2026 - 09:00:00-Nov 15 2026 - 22:10:07.zip"
-                                 << false << QStringList { "3 items" } + members;
-        QTest::newRow("recording")
-            << "Daniel.caf" << true << QStringList { "Daniel.caf", "Length: 1:05" };
-        QTest::newRow("missing") << "gone.caf" << false
-                                 << QStringList { "The file could not be read: %1" };
-    }
-
-    void preview()
-    {
-        QFETCH(QString, name);
-        QFETCH(bool, escape);
-        QFETCH(QStringList, shown);
-        const QString path = m_files->filePath(name);
-        if (name.endsWith(".zip")) {
-            QProcess zip;
-            zip.setWorkingDirectory(TestSupport::samplesDirectory());
-            zip.start("/usr/bin/zip", QStringList { "-q", path } + shown.mid(1));
-            QVERIFY(zip.waitForFinished() && zip.exitCode() == 0);
-        } else if (name == "Daniel.caf") { // as phones record: Core Audio Format, 65 seconds
-            QVERIFY(TestSupport::ffmpeg({ "-f", "lavfi", "-i", "anullsrc=r=8000:cl=mono", "-t",
-                                          "65", "-c:a", "pcm_s16le", "-f", "caf", path }));
-        }
-        m_controller = Controller::interactionControllerWithURL(QUrl::fromLocalFile(path));
-        m_controller->setDelegate(this);
-        QVERIFY(m_controller->presentPreviewAnimated(true));
-        DocumentPreview *preview = m_controller->preview();
-        QVERIFY(preview->isVisible());
-        QCOMPARE(preview->geometry(), m_window->rect());
-        QTRY_COMPARE(preview->lines(), shown.replaceInStrings("%1", path));
-        // Never a way to unpack: not in the preview, not in the share sheet it opens.
-        const QRegularExpression unpack("extract|unpack|unzip|contents",
-                                        QRegularExpression::CaseInsensitiveOption);
-        QTest::mouseClick(preview->shareButton(), Qt::LeftButton);
-        for (QAbstractButton *control : m_window->findChildren<QAbstractButton *>()) {
-            QVERIFY2(!control->text().contains(unpack), qPrintable(control->text()));
-            QVERIFY(!control->isVisible() || !control->accessibleName().isEmpty());
-        }
-        QTest::mouseClick(button("Cancel"), Qt::LeftButton);
-        QCOMPARE(m_events, QStringList { "options" });
-        if (escape)
-            QTest::keyClick(preview, Qt::Key_Escape);
-        else
-            QTest::mouseClick(preview->doneButton(), Qt::LeftButton);
-        QCOMPARE(m_events, QStringList({ "options", "preview" }));
-        QTRY_VERIFY(!m_window->findChild<DocumentPreview *>());
     }
 
 private:
