@@ -2,12 +2,15 @@
 
 #include "core/Log.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QImage>
+#include <QMouseEvent>
 #include <QProcess>
 #include <QWidget>
+#include <cstdio>
 #include <sys/stat.h>
 
 bool TestSupport::writeFile(const QString &path, const QByteArray &contents)
@@ -24,10 +27,42 @@ bool TestSupport::writeProgram(const QString &path, const QByteArray &contents)
            QFile::setPermissions(path, QFile::ReadOwner | QFile::ExeOwner);
 }
 
+bool TestSupport::run(const QDir &root, const QString &commands, const QByteArray &written)
+{
+    for (const QString &command : commands.split(u';', Qt::SkipEmptyParts)) {
+        const QStringList words = command.split(u' ', Qt::SkipEmptyParts);
+        const QString &verb = words.value(0);
+        const bool option = words.value(1).startsWith(u'-');
+        const QString path = root.filePath(words.value(option ? 2 : 1));
+        QFile file(path);
+        const bool done =
+            verb == "mkdir"    ? (option ? QDir().mkpath(path) : QDir().mkdir(path))
+            : verb == "write"  ? writeFile(path, written)
+            : verb == "append" ? file.open(QIODevice::Append) && file.write("more") == 4
+            : verb == "chmod"  ? file.setPermissions(QFile::ReadOwner)
+            : verb == "rm"
+                ? (option ? QDir(path).removeRecursively() : QFile::remove(path))
+                : verb == "mv" &&
+                      std::rename(QFile::encodeName(path).constData(),
+                                  QFile::encodeName(root.filePath(words.value(2))).constData()) ==
+                          0;
+        if (!done)
+            return false;
+    }
+    return true;
+}
+
 QByteArray TestSupport::readFile(const QString &path)
 {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+void TestSupport::dragTo(QWidget *widget, const QPoint &to)
+{
+    QMouseEvent move(QEvent::MouseMove, to, widget->mapToGlobal(to), Qt::NoButton, Qt::LeftButton,
+                     {});
+    QCoreApplication::sendEvent(widget, &move);
 }
 
 bool TestSupport::draws(QWidget *widget, const QRect &area,

@@ -1,12 +1,14 @@
 #pragma once
 
 #include <QByteArray>
+#include <QDir>
 #include <QString>
 #include <QStringList>
 #include <QTemporaryDir>
 #include <functional>
 
 class QColor;
+class QPoint;
 class QRect;
 class QWidget;
 
@@ -17,9 +19,16 @@ namespace TestSupport {
 bool writeFile(const QString &path, const QByteArray &contents = QByteArray("x"));
 // The same, for a program (or a desktop file) that only its owner may read and run.
 bool writeProgram(const QString &path, const QByteArray &contents);
+// Runs commands on the files under root, with no turn of the event loop in between: "mkdir
+// [-p] P", "write P" (with written), "append P", "chmod P" (to read-only), "rm [-r] P" and
+// "mv A B" (over what is at B), joined by ';'. Answers whether every one succeeded.
+bool run(const QDir &root, const QString &commands, const QByteArray &written = "x");
 // All of a file; null when it cannot be read.
 QByteArray readFile(const QString &path);
 
+// Moves the mouse over widget to a point with the left button held, which QTest's own move
+// does not tell.
+void dragTo(QWidget *widget, const QPoint &to);
 // Whether any pixel of the area of widget, as it draws itself, has a colour that matches.
 bool draws(QWidget *widget, const QRect &area, const std::function<bool(const QColor &)> &matches);
 
