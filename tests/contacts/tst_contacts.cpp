@@ -1,14 +1,13 @@
 #include "TestSupport.h"
 #include "contacts/ContactStore.h"
-#include "store/RecordingCatalogue.h"
 #include "contacts/VCardReader.h"
+#include "store/RecordingCatalogue.h"
 
 #include <QDir>
 #include <QSignalSpy>
 #include <QStringEncoder>
 #include <QTest>
 #include <QThreadPool>
-#include <cstdio>
 #include <random>
 
 namespace {
@@ -49,27 +48,6 @@ QStringList shownFor(const ContactStore &store, const QStringList &lines)
                      .arg(address, entry ? entry->name : "?", contact ? contact->initials() : "");
     }
     return shown;
-}
-
-// Runs commands relative to root ("mkdir P" with its parents, "write P" Jane's card, "old P"
-// another card, "rm P", "mv A B" over what is at B; joined by ';'), with no turn of the event
-// loop in between.
-bool run(QDir root, const QString &commands)
-{
-    for (const QString &command : commands.split(u';', Qt::SkipEmptyParts)) {
-        const QStringList words = command.split(u' ');
-        const QString &verb = words.value(0);
-        const QString path = root.filePath(words.value(1));
-        const QByteArray to = QFile::encodeName(root.filePath(words.value(2)));
-        const bool done = verb == "mkdir"   ? root.mkpath(path)
-                          : verb == "write" ? TestSupport::writeFile(path, kJaneCard)
-                          : verb == "old"   ? TestSupport::writeFile(path, card("FN:Old\n"))
-                          : verb == "rm"    ? QFile::remove(path)
-                                            : std::rename(QFile::encodeName(path), to) == 0;
-        if (!done)
-            return false;
-    }
-    return true;
 }
 
 } // namespace
@@ -225,19 +203,20 @@ void TestContacts::filesThatAreNotVCards()
 void TestContacts::followsFiles_data()
 {
     QTest::addColumn<QString>("source");
-    QTest::addColumn<QString>("before"); // commands run before the store starts
+    QTest::addColumn<QString>("before"); // commands run before the store starts; another card
     QTest::addColumn<QString>("change"); // stages split by '|', each once the last was read
     QTest::addColumn<int>("count");      // of contacts then, all Jane
 
     const auto row = [](const char *tag, const char *source, const char *before, const char *change,
                         int count) { QTest::newRow(tag) << source << before << change << count; };
-    row("file edited in place", "contacts", "old contacts/jane.vcf", "write contacts/jane.vcf", 1);
-    row("file removed", "contacts", "old contacts/jane.vcf", "rm contacts/jane.vcf", 0);
-    row("saved through a temporary file", "contacts", "old contacts/jane.vcf",
+    row("file edited in place", "contacts", "write contacts/jane.vcf", "write contacts/jane.vcf",
+        1);
+    row("file removed", "contacts", "write contacts/jane.vcf", "rm contacts/jane.vcf", 0);
+    row("saved through a temporary file", "contacts", "write contacts/jane.vcf",
         "write contacts/.jane.vcf.tmp;mv contacts/.jane.vcf.tmp contacts/jane.vcf", 1);
-    row("new subfolder", "contacts", "", "mkdir contacts/a/b|write contacts/a/b/j.vcf", 1);
+    row("new subfolder", "contacts", "", "mkdir -p contacts/a/b|write contacts/a/b/j.vcf", 1);
     row("source folder made later", "a/b/contacts", "",
-        "mkdir a/b/contacts/c|write a/b/contacts/c/j.vcf", 1);
+        "mkdir -p a/b/contacts/c|write a/b/contacts/c/j.vcf", 1);
     row("source file made later", "later/jane.vcf", "", "mkdir later;write later/jane.vcf", 1);
     QString batch; // as a sync tool writes, one card a file
     for (int i = 0; i < 40; ++i)
@@ -252,13 +231,14 @@ void TestContacts::followsFiles()
     QFETCH(QString, change);
     QFETCH(int, count);
     QTemporaryDir root;
-    QVERIFY(run(root.path(), "mkdir contacts;" + before));
+    QVERIFY(TestSupport::run(root.path(), "mkdir contacts;" + before, card("FN:Old\n")));
     ContactStore store({ root.filePath(source) }, "US");
     QSignalSpy reloaded(&store, &ContactStore::contactsReloaded);
 
     const QStringList stages = change.split(u'|');
     for (qsizetype i = 0; i < stages.size(); ++i)
-        QVERIFY(run(root.path(), stages[i]) && (i + 1 == stages.size() || reloaded.wait()));
+        QVERIFY(TestSupport::run(root.path(), stages[i], kJaneCard) &&
+                (i + 1 == stages.size() || reloaded.wait()));
 
     QTRY_COMPARE(store.count(), count);
     QTRY_COMPARE(store.contactForDestinationId("+15551234567") != nullptr, count > 0);

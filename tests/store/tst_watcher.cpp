@@ -35,34 +35,6 @@ struct Step
 using Script = QList<Step>;
 constexpr int kSome = -1;
 
-// Runs commands relative to root, with no turn of the event loop in between.
-bool run(QDir root, const QString &commands)
-{
-    for (const QString &command : commands.split(u';', Qt::SkipEmptyParts)) {
-        const QStringList words = command.split(u' ', Qt::SkipEmptyParts);
-        const QString &verb = words.value(0);
-        const bool option = words.value(1).startsWith(u'-');
-        const QString target = words.value(option ? 2 : 1);
-        QFile file(root.filePath(target));
-        bool done = false;
-        if (verb == "mkdir")
-            done = option ? root.mkpath(target) : root.mkdir(target);
-        else if (verb == "write")
-            done = TestSupport::writeFile(file.fileName());
-        else if (verb == "append")
-            done = file.open(QIODevice::Append) && file.write("more") == 4;
-        else if (verb == "chmod")
-            done = file.setPermissions(QFile::ReadOwner);
-        else if (verb == "rm")
-            done = option ? QDir(root.filePath(target)).removeRecursively() : root.remove(target);
-        else if (verb == "mv")
-            done = root.rename(words.value(1), words.value(2));
-        if (!done)
-            return false;
-    }
-    return true;
-}
-
 // Delivers every report that is due: the kernel queues a change before the call that made it
 // returns, so no wait is needed for a change that was going to be reported.
 void deliverPending()
@@ -92,7 +64,7 @@ private slots:
 void TestWatcher::startsOnceStopsAndStartsAgain()
 {
     QTemporaryDir root;
-    QVERIFY(run(root.path(), "mkdir Messages;mkdir other;write file"));
+    QVERIFY(TestSupport::run(root.path(), "mkdir Messages;mkdir other;write file"));
     Delegate delegate;
     const int before = openDescriptorCount();
     for (const QString &path : { QString(), root.filePath("missing"), root.filePath("file") })
@@ -106,12 +78,12 @@ void TestWatcher::startsOnceStopsAndStartsAgain()
     // A second start is refused and changes nothing: the first folder, and only it, is watched.
     QVERIFY(!watcher->startMonitoringDirectory(root.filePath("other")));
     QCOMPARE(openDescriptorCount(), before + 2);
-    QVERIFY(run(root.path(), "write other/ignored.caf"));
+    QVERIFY(TestSupport::run(root.path(), "write other/ignored.caf"));
     deliverPending();
     QCOMPARE(delegate.calls, 0);
 
     // A change still queued when the watcher stops is not reported either.
-    QVERIFY(run(root.path(), "write Messages/pending.caf"));
+    QVERIFY(TestSupport::run(root.path(), "write Messages/pending.caf"));
     watcher->invalidate();
     watcher->invalidate();
     QCOMPARE(openDescriptorCount(), before);
@@ -119,7 +91,7 @@ void TestWatcher::startsOnceStopsAndStartsAgain()
     QCOMPARE(delegate.calls, 0);
 
     QVERIFY(watcher->startMonitoringDirectory(root.filePath("Messages")));
-    QVERIFY(run(root.path(), "rm Messages/pending.caf"));
+    QVERIFY(TestSupport::run(root.path(), "rm Messages/pending.caf"));
     QTRY_COMPARE(delegate.calls, 1);
 }
 
@@ -182,7 +154,7 @@ void TestWatcher::followsTheDirectory()
     QFETCH(Script, script);
 
     QTemporaryDir root;
-    QVERIFY(run(root.path(), before));
+    QVERIFY(TestSupport::run(root.path(), before));
     const int descriptorsBefore = openDescriptorCount();
     Delegate delegate;
     delegate.path = root.filePath(path);
@@ -192,7 +164,7 @@ void TestWatcher::followsTheDirectory()
     for (const Step &step : script) {
         const int calls = delegate.calls;
         delegate.listing = QStringList { "<not told>" };
-        QVERIFY2(run(root.path(), step.commands), qPrintable(step.commands));
+        QVERIFY2(TestSupport::run(root.path(), step.commands), qPrintable(step.commands));
         if (step.calls != 0)
             QTRY_COMPARE(delegate.listing, step.listing);
         deliverPending();
