@@ -246,12 +246,8 @@ void TestDeleting::swipeAndDeleteKey()
         }
         const QPoint from(250, row * 54 + 27);
         QTest::mousePress(table->viewport(), Qt::LeftButton, {}, from);
-        for (int step = 1; step <= 5; ++step) {
-            const QPoint at = from - QPoint(30 * step, 0);
-            QMouseEvent move(QEvent::MouseMove, at, table->viewport()->mapToGlobal(at),
-                             Qt::NoButton, Qt::LeftButton, {});
-            QCoreApplication::sendEvent(table->viewport(), &move);
-        }
+        for (int step = 1; step <= 5; ++step)
+            TestSupport::dragTo(table->viewport(), from - QPoint(30 * step, 0));
         QTest::mouseRelease(table->viewport(), Qt::LeftButton, {}, from - QPoint(150, 0));
     };
 

@@ -1,3 +1,4 @@
+#include "TestSupport.h"
 #include "toolkit/TableView.h"
 #include "toolkit/TableViewCell.h"
 
@@ -64,7 +65,7 @@ private slots:
     void keptCellsComeBack();
 
 private:
-    void move(const QPoint &to);
+    void move(const QPoint &to) { TestSupport::dragTo(m_table->viewport(), to); }
     bool settled() const { return !m_table->isDragging() && !m_table->isDecelerating(); }
     std::unique_ptr<TableView> m_table;
     std::unique_ptr<Rows> m_rows;
@@ -86,14 +87,6 @@ void TestTableView::cleanup()
 {
     m_rows.reset();
     m_table.reset();
-}
-
-void TestTableView::move(const QPoint &to)
-{
-    QWidget *viewport = m_table->viewport();
-    QMouseEvent move(QEvent::MouseMove, to, viewport->mapToGlobal(to), Qt::NoButton, Qt::LeftButton,
-                     {});
-    QCoreApplication::sendEvent(viewport, &move);
 }
 
 void TestTableView::pressThatMovesIsNoTap_data()
@@ -204,7 +197,7 @@ void TestTableView::pageKeysMoveAScreenOfRowsOfAnyHeight()
     m_table->reloadData();
     m_table->setFocus();
     const QList<std::pair<Qt::Key, int>> presses = {
-        { Qt::Key_PageDown, 6 }, { Qt::Key_PageDown, 12 }, { Qt::Key_PageUp, 6 },
+        { Qt::Key_PageDown, 6 }, { Qt::Key_PageDown, 12 },  { Qt::Key_PageUp, 6 },
         { Qt::Key_End, 199 },    { Qt::Key_PageDown, 199 }, { Qt::Key_Home, 0 },
     };
     for (const auto &[key, row] : presses) {
