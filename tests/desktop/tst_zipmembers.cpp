@@ -25,8 +25,7 @@ QByteArray le(quint32 value, int size)
 }
 
 // An archive of central directory entries only: all that a listing reads.
-QByteArray archive(const QList<Member> &members, int statedCount = -1,
-                   const QByteArray &comment = {})
+QByteArray archive(const QList<Member> &members)
 {
     QByteArray out("local headers would be here");
     const quint32 offset = quint32(out.size());
@@ -34,9 +33,9 @@ QByteArray archive(const QList<Member> &members, int statedCount = -1,
         out += le(0x02014b50, 4) + le(m.host << 8 | 20, 2) + le(20, 2) + le(m.flags, 2) +
                QByteArray(18, 0) + le(m.name.size(), 2) + le(m.extra.size(), 2) +
                QByteArray(14, 0) + m.name + m.extra;
-    const quint32 count = statedCount < 0 ? members.size() : statedCount;
+    const quint32 count = members.size();
     return out + le(0x06054b50, 4) + le(0, 4) + le(count, 2) + le(count, 2) +
-           le(out.size() - offset, 4) + le(offset, 4) + le(comment.size(), 2) + comment;
+           le(out.size() - offset, 4) + le(offset, 4) + le(0, 2);
 }
 
 // Info-ZIP's UTF-8 name beside a stored one, vouched for by the stored name's CRC-32.
@@ -47,17 +46,16 @@ QByteArray unicodePathField(const QString &name, quint32 crc)
 }
 
 // Made by the system's zip, as the archiver makes the shared archives.
-QByteArray zipped(const QStringList &names, const QStringList &options = {})
+QByteArray zipped(const QStringList &names)
 {
     QTemporaryDir dir;
     for (const QString &name : names)
         TestSupport::writeFile(dir.filePath(name), name.toUtf8());
     QProcess zip;
     zip.setWorkingDirectory(dir.path());
-    zip.start("/usr/bin/zip", options + QStringList { "-q", "out.zip" } + names);
+    zip.start("/usr/bin/zip", QStringList { "-q", "out.zip" } + names);
     zip.waitForFinished();
-    QFile file(dir.filePath("out.zip"));
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    return TestSupport::readFile(dir.filePath("out.zip"));
 }
 
 } // namespace
@@ -76,34 +74,21 @@ private slots:
         const QStringList recordings { "msg-_TEL-_+15551234567-_15-Nov-2026-22-10-07.caf",
                                        "msg-_FT-_anna.berg@example.com-_02-Nov-2026-18-30-12.caf",
                                        "Søren – café.caf" };
-        const QByteArray real = zipped(recordings);
-        QTest::newRow("made by zip") << real << recordings << true;
-        QTest::newRow("zip64 made by zip") << zipped(recordings, { "-fz" }) << recordings << true;
-        QTest::newRow("last byte cut") << real.chopped(1) << QStringList() << false;
+        // What the listing adds to the library that reads the archive: names decoded as the
+        // archivers that wrote them meant, and none from what is no archive.
+        QTest::newRow("made by zip") << zipped(recordings) << recordings << true;
         QTest::newRow("not a zip")
             << QByteArray("Hi, it's Daniel. Call me back.\n") << QStringList() << false;
-        QTest::newRow("empty file") << QByteArray("") << QStringList() << false;
         QTest::newRow("no such file") << QByteArray() << QStringList() << false;
         QTest::newRow("empty archive") << archive({}) << QStringList() << true;
-        QTest::newRow("comment after the directory")
-            << archive({ { "a.caf" } }, -1, "PK\x05\x06 looks like an end record")
-            << QStringList { "a.caf" } << true;
-        QTest::newRow("more entries stated than stored")
-            << archive({ { "a.caf" } }, 3) << QStringList() << false;
         QTest::newRow("UTF-8 flag from Windows")
             << archive({ { "Søren.caf", 0x0800, 11 } }) << QStringList { "Søren.caf" } << true;
         QTest::newRow("code page 437 from DOS")
             << archive({ { "\x82t\x82 \x9b.caf", 0, 0 } }) << QStringList { "été ¢.caf" } << true;
-        QTest::newRow("Latin-1 bytes from Unix")
-            << archive({ { "caf\xe9.caf" } }) << QStringList { "cafΘ.caf" } << true;
-        const QByteArray stored = "Soren.caf";
         const quint32 crc = 0x739a7e32; // CRC-32 of "Soren.caf"
         QTest::newRow("Unicode path field")
-            << archive({ { stored, 0, 0, unicodePathField("Søren.caf", crc) } })
+            << archive({ { "Soren.caf", 0, 0, unicodePathField("Søren.caf", crc) } })
             << QStringList { "Søren.caf" } << true;
-        QTest::newRow("stale Unicode path field")
-            << archive({ { stored, 0, 0, unicodePathField("Old name.caf", crc + 1) } })
-            << QStringList { "Soren.caf" } << true;
     }
 
     void listing()
