@@ -35,17 +35,20 @@ bool TestSupport::run(const QDir &root, const QString &commands, const QByteArra
         const bool option = words.value(1).startsWith(u'-');
         const QString path = root.filePath(words.value(option ? 2 : 1));
         QFile file(path);
-        const bool done =
-            verb == "mkdir"    ? (option ? QDir().mkpath(path) : QDir().mkdir(path))
-            : verb == "write"  ? writeFile(path, written)
-            : verb == "append" ? file.open(QIODevice::Append) && file.write("more") == 4
-            : verb == "chmod"  ? file.setPermissions(QFile::ReadOwner)
-            : verb == "rm"
-                ? (option ? QDir(path).removeRecursively() : QFile::remove(path))
-                : verb == "mv" &&
-                      std::rename(QFile::encodeName(path).constData(),
-                                  QFile::encodeName(root.filePath(words.value(2))).constData()) ==
-                          0;
+        bool done = false;
+        if (verb == "mkdir")
+            done = option ? QDir().mkpath(path) : QDir().mkdir(path);
+        else if (verb == "write")
+            done = writeFile(path, written);
+        else if (verb == "append")
+            done = file.open(QIODevice::Append) && file.write("more") == 4;
+        else if (verb == "chmod")
+            done = file.setPermissions(QFile::ReadOwner);
+        else if (verb == "rm")
+            done = option ? QDir(path).removeRecursively() : QFile::remove(path);
+        else if (verb == "mv") // rename(2): over what is there, as an editor saves
+            done = std::rename(QFile::encodeName(path).constData(),
+                               QFile::encodeName(root.filePath(words.value(2))).constData()) == 0;
         if (!done)
             return false;
     }
