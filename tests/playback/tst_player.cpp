@@ -61,7 +61,6 @@ private slots:
     void scrubbingMovesWhatIsHeard();
     void speakerButtonMovesTheSound();
     void theCallAudioDaemonSwitchesTheSpeaker();
-    void closingAndReopeningAtOnceKeepsTheControls();
     void bannersForRecordingsThatDoNotOpen_data();
     void bannersForRecordingsThatDoNotOpen();
     void theListGoesOnWhileAnHourLongRecordingOpens();
@@ -107,6 +106,11 @@ void TestPlayer::playsToTheEndAndAgain()
 {
     VantrelPlayer *player = openRow(1.5);
     QVERIFY(player);
+    // Closed and opened again before the controls leave, the row keeps them.
+    m_screen->tapRow(0);
+    m_screen->tapRow(0);
+    QTest::qWait(VantrelPlayer::kRemovalDelayMs * 4);
+    QTRY_VERIFY(player->playbackButton()->isVisible());
     QVERIFY(m_screen->cell(0)->playerView()->isAncestorOf(player->playbackButton()));
     QCOMPARE(player->playbackButton()->accessibleName(), "Play");
     QCOMPARE(player->speakerButton()->accessibleName(), "Loudspeaker, on");
@@ -194,20 +198,6 @@ void TestPlayer::theCallAudioDaemonSwitchesTheSpeaker()
     QTRY_COMPARE(daemon.switched, (QList<bool> { false, true }));
     bus.unregisterService("org.mobian_project.CallAudio");
     bus.unregisterObject("/org/mobian_project/CallAudio");
-}
-
-void TestPlayer::closingAndReopeningAtOnceKeepsTheControls()
-{
-    VantrelPlayer *player = openRow(2);
-    QVERIFY(player);
-    m_screen->tapRow(0); // closes
-    m_screen->tapRow(0); // and opens again before the controls leave
-    QTest::qWait(VantrelPlayer::kRemovalDelayMs * 4);
-    QTRY_VERIFY(player->playbackButton()->isVisible());
-    QVERIFY(m_screen->cell(0)->playerView()->isAncestorOf(player->playbackButton()));
-    SoundMonitor speaker("speaker");
-    click(player->playbackButton());
-    QVERIFY(speaker.hears(440));
 }
 
 void TestPlayer::bannersForRecordingsThatDoNotOpen_data()
