@@ -306,7 +306,11 @@ QWidget *TableView::touchTargetAt(const QPointF &point) const
     double distance = kTouchReach;
     for (const TableViewCell *cell : m_visibleCells) {
         for (QWidget *control : cell->touchTargets()) {
-            if (!control->isVisible() || !control->isEnabled())
+            // Only a button, or a control that takes touches, can be handed one: any other
+            // would pass it back up to the viewport.
+            if (!control->isVisible() || !control->isEnabled() ||
+                !(qobject_cast<QAbstractButton *>(control) ||
+                  control->testAttribute(Qt::WA_AcceptTouchEvents)))
                 continue;
             const QPointF off =
                 point - control->mapTo(viewport(), QRectF(control->rect()).center());
