@@ -1,6 +1,7 @@
 #include "VTCell.h"
 
 #include "TableController.h"
+#include "playback/VantrelProgressView.h"
 #include "toolkit/Screen.h"
 #include "toolkit/View.h"
 
@@ -134,6 +135,16 @@ QList<QWidget *> VTCell::followingControls() const
         return a->mapTo(m_playerView, QPoint()).x() < b->mapTo(m_playerView, QPoint()).x();
     });
     return controls;
+}
+
+QList<QWidget *> VTCell::touchTargets() const
+{
+    QList<QWidget *> targets = rowControls();
+    for (QWidget *control : followingControls()) {
+        const auto *bar = qobject_cast<VantrelProgressView *>(control);
+        targets << (bar ? bar->grip() : control);
+    }
+    return targets;
 }
 
 bool VTCell::eventFilter(QObject *watched, QEvent *event)

@@ -1,8 +1,8 @@
 #pragma once
 
+#include "playback/PlayerCell.h"
 #include "toolkit/Button.h"
 #include "toolkit/TableViewCell.h"
-#include "playback/PlayerCell.h"
 
 #include <QPointer>
 #include <QTextBrowser>
@@ -62,6 +62,8 @@ public:
     QList<QWidget *> rowControls() const override;
     // The player's controls while this row holds them, left to right: play first.
     QList<QWidget *> followingControls() const override;
+    // The row's buttons and its player's, and the scrub bar's knob rather than the whole bar.
+    QList<QWidget *> touchTargets() const override;
 
     static constexpr QSize kButtonSize { 33, 29 };
 

@@ -1,11 +1,12 @@
 #include "VantrelProgressView.h"
 
-#include "toolkit/PanGestureRecognizer.h"
 #include "TimeText.h"
 #include "toolkit/Label.h"
+#include "toolkit/PanGestureRecognizer.h"
 #include "toolkit/View.h"
 
 #include <QAccessibleWidget>
+#include <QCoreApplication>
 #include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPainter>
@@ -111,11 +112,14 @@ void setBackground(QWidget *view, const QColor &color)
 class VantrelProgressView::Knob : public QWidget
 {
 public:
-    explicit Knob(QWidget *parent) : QWidget(parent)
+    Knob(QWidget *track, QWidget *parent) : QWidget(parent), m_track(track)
     {
         setObjectName(QStringLiteral("knob"));
         // Touches on it are the track's.
         setAttribute(Qt::WA_TransparentForMouseEvents);
+        // Only a finger that the list hands over lands here (the knob is never under one):
+        // it grabs the track, as it would on the knob itself.
+        setAttribute(Qt::WA_AcceptTouchEvents);
         m_animation.setDuration(kKnobAnimationMs);
         m_animation.setEasingCurve(QEasingCurve::InOutCubic);
         QObject::connect(&m_animation, &QVariantAnimation::valueChanged, this,
@@ -161,6 +165,20 @@ public:
     }
 
 protected:
+    bool event(QEvent *event) override
+    {
+        switch (event->type()) {
+        case QEvent::TouchBegin:
+        case QEvent::TouchUpdate:
+        case QEvent::TouchEnd:
+        case QEvent::TouchCancel:
+            QCoreApplication::sendEvent(m_track, event);
+            return true;
+        default:
+            return QWidget::event(event);
+        }
+    }
+
     void paintEvent(QPaintEvent *) override
     {
         QPainter painter(this);
@@ -173,6 +191,7 @@ protected:
     }
 
 private:
+    QWidget *m_track;
     QPointF m_center;
     QPointF m_origin; // of the full disc, in the bar's coordinates
     QSizeF m_scale = kKnobFullScale;
@@ -219,7 +238,7 @@ VantrelProgressView::VantrelProgressView(const QRectF &frame, QWidget *parent)
     m_lineFrame = QRectF(0, m_middleFrame.height() * 0.5 - 1, m_middleFrame.width(), kLineHeight);
     setBackground(line, QColor::fromRgbF(kLightGrey, kLightGrey, kLightGrey));
 
-    knob = new Knob(this);
+    knob = new Knob(middle, this);
     knob->setScale(kKnobRestScale, false);
     knob->setCenter(QPointF(15 + kKnobSize * 0.5, 0), m_middleFrame.topLeft());
 
@@ -278,6 +297,11 @@ void VantrelProgressView::setCurrentTime(double seconds)
                                   : m_middleFrame.width() * (_currentTime / _totalDuration));
     setTexts(TimeText::elapsed(_currentTime, _totalDuration),
              TimeText::remaining(_currentTime, _totalDuration));
+}
+
+QWidget *VantrelProgressView::grip() const
+{
+    return knob;
 }
 
 QString VantrelProgressView::elapsedText() const
@@ -462,7 +486,8 @@ bool VantrelProgressView::eventFilter(QObject *watched, QEvent *event)
     auto *pointer = static_cast<QPointerEvent *>(event);
     if (pointer->pointCount() == 0)
         return QWidget::eventFilter(watched, event);
-    const QPointF at = pointer->point(0).position();
+    // From the screen, as the pan reads it: a touch may be handed on from nearby.
+    const QPointF at = middle->mapFromGlobal(pointer->point(0).globalPosition());
     if (press) {
         m_clickStart = at;
     } else if (!std::isnan(m_clickStart.x())) {

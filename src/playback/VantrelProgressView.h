@@ -39,6 +39,10 @@ public:
     double currentTime() const { return _currentTime; }
     void setCurrentTime(double seconds);
 
+    // What a finger grabs to scrub: the knob, whose middle is where it stands on the track.
+    // A touch it is handed goes on to the track.
+    QWidget *grip() const;
+
     // The elapsed time as the bar shows it.
     QString elapsedText() const;
 

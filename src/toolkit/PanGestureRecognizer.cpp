@@ -54,7 +54,9 @@ bool PanGestureRecognizer::eventFilter(QObject *watched, QEvent *event)
         auto *touch = static_cast<QTouchEvent *>(event);
         if (touch->points().isEmpty())
             return false;
-        const QPointF point = touch->points().first().position();
+        // From the screen: a touch handed on from nearby (a finger that landed close to a
+        // small control) holds positions in the coordinates of the view it first reached.
+        const QPointF point = m_view->mapFromGlobal(touch->points().first().globalPosition());
         if (event->type() == QEvent::TouchBegin)
             press(point, touch->timestamp());
         else if (m_tracking)

@@ -1,7 +1,6 @@
-// How the table answers a person: taps, drags and swipes (with QScroller sharing the
-// presses), the keyboard, and where the keyboard focus is.
+// How the table answers a person: taps, drags and swipes of the mouse and of a finger (with
+// QScroller sharing the presses), the keyboard, and where the keyboard focus is.
 #include "TableView.h"
-
 #include "TableViewCell.h"
 
 #include <QApplication>
@@ -9,6 +8,7 @@
 #include <QMouseEvent>
 #include <QPushButton>
 #include <QScrollBar>
+#include <QTouchEvent>
 #include <cmath>
 
 namespace {
@@ -201,6 +201,12 @@ void TableView::mousePressEvent(QMouseEvent *event)
 {
     if (event->button() != Qt::LeftButton)
         return;
+    pressAt(event->position().toPoint());
+    event->accept();
+}
+
+void TableView::pressAt(const QPoint &position)
+{
     if (m_keyboardInUse) {
         m_keyboardInUse = false;
         updateFocusRing();
@@ -211,8 +217,7 @@ void TableView::mousePressEvent(QMouseEvent *event)
     if (moving)
         m_scroller->stop();
     m_drag = moving ? Drag::Scroll : Drag::Pending;
-    m_pressPosition = event->position().toPoint();
-    event->accept();
+    m_pressPosition = position;
 }
 
 void TableView::dragTo(const QPoint &position)
@@ -246,12 +251,18 @@ void TableView::mouseMoveEvent(QMouseEvent *event)
 
 void TableView::mouseReleaseEvent(QMouseEvent *event)
 {
-    if (event->button() != Qt::LeftButton || m_drag == Drag::None)
+    if (event->button() == Qt::LeftButton)
+        releaseAt(event->position().toPoint());
+}
+
+void TableView::releaseAt(const QPoint &position, QAbstractButton *button)
+{
+    if (m_drag == Drag::None)
         return;
     // The scroller may have held back the moves in between: the release alone still tells
     // how far the press went.
     if (m_drag == Drag::Pending || m_drag == Drag::Swipe)
-        dragTo(event->position().toPoint());
+        dragTo(position);
     const Drag drag = m_drag;
     m_drag = Drag::None;
 
@@ -267,15 +278,113 @@ void TableView::mouseReleaseEvent(QMouseEvent *event)
     }
     if (drag != Drag::Pending)
         return;
+    // A finger's tap on a button, or close by a small one, is that button's, as a click on it.
+    if (button) {
+        button->setDown(false);
+        button->click();
+        return;
+    }
     // A tap while Delete shows only puts the row back.
     if (m_deleteRow >= 0) {
         hideDelete();
         return;
     }
-    if (const auto indexPath = indexPathForRowAtPoint(event->position().toPoint())) {
+    if (const auto indexPath = indexPathForRowAtPoint(position)) {
         setFocusedRow(indexPath->row);
         userTappedRow(indexPath->row);
     }
+}
+
+QWidget *TableView::touchTargetAt(const QPointF &point) const
+{
+    for (QWidget *widget = viewport()->childAt(point.toPoint()); widget && widget != viewport();
+         widget = widget->parentWidget()) {
+        if (auto *button = qobject_cast<QAbstractButton *>(widget))
+            return button->isEnabled() ? button : nullptr;
+    }
+    QWidget *nearest = nullptr;
+    double distance = kTouchReach;
+    for (const TableViewCell *cell : m_visibleCells) {
+        for (QWidget *control : cell->touchTargets()) {
+            // Only a button, or a control that takes touches, can be handed one: any other
+            // would pass it back up to the viewport.
+            if (!control->isVisible() || !control->isEnabled() ||
+                !(qobject_cast<QAbstractButton *>(control) ||
+                  control->testAttribute(Qt::WA_AcceptTouchEvents)))
+                continue;
+            const QPointF off =
+                point - control->mapTo(viewport(), QRectF(control->rect()).center());
+            if (std::abs(off.x()) > kTouchReach / 2.0 || std::abs(off.y()) > kTouchReach / 2.0)
+                continue;
+            if (const double away = std::hypot(off.x(), off.y()); away < distance) {
+                distance = away;
+                nearest = control;
+            }
+        }
+    }
+    return nearest;
+}
+
+bool TableView::touchEvent(QTouchEvent *event)
+{
+    event->accept();
+    if (event->points().isEmpty())
+        return true;
+    // Only the first finger counts; the list has nothing for a second one.
+    const QEventPoint &finger = event->points().first();
+    // Mapped from the screen: a touch that began on a child arrives in its coordinates.
+    const QPointF at = viewport()->mapFromGlobal(finger.globalPosition());
+    const QEvent::Type type = event->type();
+    const bool last = type == QEvent::TouchEnd || type == QEvent::TouchCancel;
+    if (type == QEvent::TouchBegin) {
+        m_touchTarget = touchTargetAt(at);
+        m_touchHandedOn = m_touchTarget && !qobject_cast<QAbstractButton *>(m_touchTarget);
+    }
+    if (m_touchHandedOn) {
+        // A fresh point, so that the control holding it takes no grab of the finger, which
+        // stays the viewport's until it lifts.
+        const QEventPoint point(finger.id(), finger.state(), finger.scenePosition(),
+                                finger.globalPosition());
+        QTouchEvent handed(type, event->pointingDevice(), event->modifiers(), { point });
+        handed.setTimestamp(event->timestamp());
+        if (m_touchTarget)
+            QCoreApplication::sendEvent(m_touchTarget, &handed);
+        if (last) {
+            m_touchHandedOn = false;
+            m_touchTarget.clear();
+        }
+        return true;
+    }
+    switch (type) {
+    case QEvent::TouchBegin:
+        // The scroller first, as with the mouse's gesture: a press on a moving list catches it.
+        m_scroller->handleInput(QScroller::InputPress, at, event->timestamp());
+        m_pressedWidget.clear(); // no widget took this press: none is let go of later
+        pressAt(at.toPoint());
+        break;
+    case QEvent::TouchUpdate:
+        m_scroller->handleInput(QScroller::InputMove, at, event->timestamp());
+        if (m_drag != Drag::None)
+            dragTo(at.toPoint());
+        break;
+    case QEvent::TouchEnd:
+        m_scroller->handleInput(QScroller::InputRelease, at, event->timestamp());
+        releaseAt(at.toPoint(), qobject_cast<QAbstractButton *>(m_touchTarget));
+        break;
+    default: // the system took the finger away: nothing it did counts
+        if (m_drag == Drag::Swipe)
+            setSwipeOffset(m_swipeRow, m_deleteRow == m_swipeRow ? -kDeleteButtonWidth : 0);
+        m_drag = Drag::None;
+        if (m_scroller->state() == QScroller::Pressed || isDragging())
+            m_scroller->stop();
+        break;
+    }
+    // A button shows itself pressed while the finger on it may still tap.
+    if (auto *button = qobject_cast<QAbstractButton *>(m_touchTarget))
+        button->setDown(m_drag == Drag::Pending);
+    if (last)
+        m_touchTarget.clear();
+    return true;
 }
 
 void TableView::keyPressEvent(QKeyEvent *event)

@@ -9,6 +9,7 @@
 #include <QScrollBar>
 #include <QScrollPrepareEvent>
 #include <QScrollerProperties>
+#include <QTouchEvent>
 #include <QVariantAnimation>
 #include <algorithm>
 #include <cmath>
@@ -43,10 +44,15 @@ TableView::TableView(QWidget *parent)
     verticalScrollBar()->setSingleStep(20);
     viewport()->setAutoFillBackground(false);
 
-    // One gesture drives the scroller: a widget holds one scroller gesture at a time, and Qt
-    // turns a touch nobody takes into mouse events, which a touch gesture beside this one
-    // would see too and scroll the list twice. So a finger and the mouse scroll alike.
+    // The mouse drives the scroller through its gesture. A widget holds one scroller gesture
+    // at a time, so a finger's touches, which the viewport takes itself, are fed to the same
+    // scroller by hand (touchEvent): taken, they never come back as mouse events that would
+    // tap or scroll a second time.
     QScroller::grabGesture(viewport(), QScroller::LeftMouseButtonGesture);
+    viewport()->setAttribute(Qt::WA_AcceptTouchEvents);
+    // The overlay scroll bar is the mouse's: a finger on its strip reaches the row beneath, as
+    // on a phone, where the bar only shows where the list is.
+    setAttribute(Qt::WA_AcceptTouchEvents);
     QScrollerProperties properties = m_scroller->scrollerProperties();
     // Presses go at once to what is under them (a cell's buttons, a swipe, a tap): the
     // scroller's delayed presses reach Qt 6.4 widgets at the wrong place. Once the press
@@ -211,8 +217,8 @@ void TableView::deleteRowsAtIndexPaths(const QList<IndexPath> &indexPaths)
     m_toHeights = heights;
     // A focused row that went leaves the focus to the row that took its place.
     if (m_focusedRow >= 0) {
-        const int below = int(std::lower_bound(gone.cbegin(), gone.cend(), m_focusedRow) -
-                              gone.cbegin());
+        const int below =
+            int(std::lower_bound(gone.cbegin(), gone.cend(), m_focusedRow) - gone.cbegin());
         m_focusedRow = m_rowCount == 0 ? -1 : qMin(m_focusedRow - below, m_rowCount - 1);
     }
     updateFocusRing();
@@ -492,6 +498,19 @@ void TableView::scrollContentsBy(int, int)
     layoutCells();
 }
 
+bool TableView::event(QEvent *event)
+{
+    switch (event->type()) {
+    case QEvent::TouchBegin:
+    case QEvent::TouchUpdate:
+    case QEvent::TouchEnd:
+    case QEvent::TouchCancel:
+        return touchEvent(static_cast<QTouchEvent *>(event));
+    default:
+        return QAbstractScrollArea::event(event);
+    }
+}
+
 bool TableView::viewportEvent(QEvent *event)
 {
     if (event->type() == QEvent::ScrollPrepare) {
@@ -499,6 +518,15 @@ bool TableView::viewportEvent(QEvent *event)
         const QPoint start = static_cast<QScrollPrepareEvent *>(event)->startPos().toPoint();
         QWidget *child = viewport()->childAt(start);
         m_pressedWidget = child ? child : viewport();
+    }
+    switch (event->type()) {
+    case QEvent::TouchBegin:
+    case QEvent::TouchUpdate:
+    case QEvent::TouchEnd:
+    case QEvent::TouchCancel:
+        return touchEvent(static_cast<QTouchEvent *>(event));
+    default:
+        break;
     }
     if (event->type() == QEvent::Paint && m_backgroundColor.alpha() > 0) {
         QPainter painter(viewport());
@@ -521,4 +549,3 @@ void TableView::scrollToRowAtIndexPath(const IndexPath &indexPath)
     else if (row.bottom() >= bar->value() + viewport()->height())
         bar->setValue(row.bottom() + 1 - viewport()->height());
 }
-

@@ -11,7 +11,9 @@
 #include <optional>
 #include <vector>
 
+class QAbstractButton;
 class QPushButton;
+class QTouchEvent;
 class QVariantAnimation;
 class TableView;
 class TableViewCell;
@@ -57,9 +59,13 @@ public:
 // beginUpdates and endUpdates are animated.
 //
 // A tap selects a row; dragging scrolls, and a flick keeps scrolling and slows down (a
-// QScroller on the viewport, fed by the mouse and by the mouse events Qt makes of touches);
-// a row that can be edited slides left under a horizontal drag (or the Delete key) to show
-// Delete. A press that moves further than a tap may is never a tap.
+// QScroller on the viewport); a row that can be edited slides left under a horizontal drag
+// (or the Delete key) to show Delete. A press that moves further than a tap may is never a tap.
+// The mouse reaches the scroller through its gesture and the rows through mouse events. A
+// finger's touches all come to the viewport, which feeds them to the scroller and the same
+// tap and swipe handling; a tap on a button, or within a fingertip (kTouchReach) of a row's
+// small control, presses that control instead, and a control that follows a finger itself
+// (the scrub bar's knob) is handed the whole touch.
 //
 // The keyboard works as in desktop lists. The table is one Tab stop, on its focused row,
 // outlined with a focus ring: Up and Down move the focused row, Enter or Space taps it,
@@ -139,6 +145,10 @@ public:
     void hideDelete();
     QPushButton *deleteButton() const { return m_deleteButton; }
 
+    // How far a finger's press may land from a small control and still press it, across: a
+    // fingertip, in points.
+    static constexpr int kTouchReach = 44;
+
     // Cells kept in the reuse queues at most, all identifiers together; the oldest go first,
     // except those of selected rows and those that cannot be evicted.
     static constexpr int kMaxQueuedCells = 48;
@@ -156,6 +166,7 @@ protected:
     void keyPressEvent(QKeyEvent *event) override;
     void focusInEvent(QFocusEvent *event) override;
     void focusOutEvent(QFocusEvent *event) override;
+    bool event(QEvent *event) override;
     bool viewportEvent(QEvent *event) override;
     bool focusNextPrevChild(bool next) override;
 
@@ -175,7 +186,14 @@ private:
     bool canShowDelete(int row);
     void setSwipeOffset(int row, int offset);
     void scrollerStateChanged(QScroller::State state);
+    void pressAt(const QPoint &position);
     void dragTo(const QPoint &position);
+    // A press let go at position; a tap on button clicks it rather than the row.
+    void releaseAt(const QPoint &position, QAbstractButton *button = nullptr);
+    bool touchEvent(QTouchEvent *event);
+    // What a finger's press at point presses: a button under it, else the nearest of the
+    // rows' touch targets within reach, else nothing (the row itself).
+    QWidget *touchTargetAt(const QPointF &point) const;
     // Outlines the focused row while the table itself has the keyboard's focus.
     void updateFocusRing();
     // Puts the controls that rows place after themselves right after the table in the Tab order.
@@ -221,6 +239,8 @@ private:
     int m_swipeRow { -1 };
     QScroller *m_scroller;             // owned by Qt, destroyed with the viewport
     QPointer<QWidget> m_pressedWidget; // what the press the scroller saw last went to
+    QPointer<QWidget> m_touchTarget;   // what the finger down now presses, if not a row
+    bool m_touchHandedOn { false };    // the finger's touch goes on to m_touchTarget
     int m_focusedRow { -1 };
     // The focused row is outlined until a tap, and again once the keyboard is used.
     bool m_keyboardInUse { true };

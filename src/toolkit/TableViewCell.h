@@ -73,6 +73,10 @@ public:
     // Controls that come right after the row in the Tab order (an open row's player), first
     // to last. Only those shown count.
     virtual QList<QWidget *> followingControls() const { return {}; }
+    // What a finger can press in the row: each takes a press anywhere within a fingertip of
+    // its middle (see TableView), however small it is drawn. The row's own buttons and the
+    // controls after it, unless a cell names others.
+    virtual QList<QWidget *> touchTargets() const { return rowControls() + followingControls(); }
 
 signals:
     // The row's controls came or went; the table puts them in their place in the Tab order.

@@ -1,0 +1,247 @@
+#include "ListScreen.h"
+#include "TestSupport.h"
+#include "playback/VantrelPlayer.h"
+#include "toolkit/AlertController.h"
+
+#include <QDir>
+#include <QPointingDevice>
+#include <QPushButton>
+#include <QScrollBar>
+#include <QTest>
+#include <QTextBrowser>
+
+// The list under a finger: Qt's own touch events from a touch screen, never a mouse.
+class TestTouch : public QObject
+{
+    Q_OBJECT
+private slots:
+    void init();
+    void cleanup() { m_screen.reset(); }
+    void tapsOpenAndCloseARow_data();
+    void tapsOpenAndCloseARow();
+    void aDragScrollsAndTapsNothing();
+    void aFlickCoastsAndBouncesAtTheEnd_data();
+    void aFlickCoastsAndBouncesAtTheEnd();
+    void aLeftSwipeRevealsDelete();
+    void panningTheKnob_data();
+    void panningTheKnob();
+    void smallControlsTakeAFingertip_data();
+    void smallControlsTakeAFingertip();
+
+private:
+    TableView *table() const { return m_screen->table(); }
+    QWidget *viewport() const { return table()->viewport(); }
+    VantrelPlayer *player() const { return m_screen->list()->playerController(); }
+    // Where a row is drawn, in the window.
+    QRect drawn(int row) const;
+    // Puts a finger down at the first point (in widget), moves it through the others, one
+    // frame apart, holds it still for hold ms, and lifts it at the last.
+    void touch(const QList<QPoint> &points, QWidget *widget = nullptr, int hold = 0);
+    // The row opened by a tap on it, with its player's controls in place.
+    void openWithPlayer(int row);
+
+    std::unique_ptr<QPointingDevice> m_finger { QTest::createTouchDevice() };
+    std::unique_ptr<ListScreen> m_screen;
+};
+
+void TestTouch::init()
+{
+    // The demo recordings, which play, then older ones enough to fill three screens.
+    m_screen = std::make_unique<ListScreen>();
+    const QDir samples(TestSupport::samplesDirectory());
+    for (const QString &name : samples.entryList({ "msg-*" }))
+        QVERIFY(QFile::copy(samples.filePath(name), m_screen->messages() + '/' + name));
+    for (int day = 1; day <= 28; ++day)
+        m_screen->addRecording("TEL", QStringLiteral("+1555000%1").arg(day, 4, 10, QChar('0')),
+                               QStringLiteral("%1-Jan-2025-09-00-00").arg(day, 2, 10, QChar('0')));
+    m_screen->open();
+}
+
+QRect TestTouch::drawn(int row) const
+{
+    QWidget *cell = m_screen->cell(row);
+    return cell ? QRect(cell->mapTo(m_screen->window(), QPoint()), cell->size()) : QRect();
+}
+
+void TestTouch::touch(const QList<QPoint> &points, QWidget *widget, int hold)
+{
+    widget = widget ? widget : viewport();
+    QTest::touchEvent(m_screen->window(), m_finger.get()).press(0, points.first(), widget);
+    for (const QPoint &point : points.mid(1)) {
+        QTest::qWait(16);
+        QTest::touchEvent(m_screen->window(), m_finger.get()).move(0, point, widget);
+    }
+    QTest::qWait(hold);
+    QTest::touchEvent(m_screen->window(), m_finger.get()).release(0, points.last(), widget);
+}
+
+void TestTouch::openWithPlayer(int row)
+{
+    touch({ QPoint(100, 54 * row + 27) });
+    QTRY_VERIFY(player()->playbackButton()->isVisible());
+    QTRY_VERIFY(m_screen->cell(row)->hasPlayer());
+    QVERIFY(m_screen->waitForHeights(QList<int>(row, 54) << 108 << 54));
+}
+
+void TestTouch::tapsOpenAndCloseARow_data()
+{
+    QTest::addColumn<int>("hold"); // ms the finger rests before it lifts
+    QTest::newRow("tap") << 0;
+    // A long press is a slow tap: nothing is deleted, shared or asked.
+    QTest::newRow("long press") << 1500;
+}
+
+void TestTouch::tapsOpenAndCloseARow()
+{
+    QFETCH(int, hold);
+    const QStringList files = QDir(m_screen->messages()).entryList(QDir::Files);
+    touch({ QPoint(100, 27) }, nullptr, hold);
+    QVERIFY(m_screen->waitForHeights({ 108, 54, 54 }));
+    QTRY_VERIFY(player()->playbackButton()->isVisible());
+    QVERIFY(!m_screen->alert() && !table()->deleteButton()->isVisible());
+    touch({ QPoint(100, 27) }, nullptr, hold);
+    QVERIFY(m_screen->waitForHeights({ 54, 54, 54 }));
+    QTRY_VERIFY(!player()->playbackButton()->isVisible());
+    QVERIFY(!m_screen->alert() && !table()->deleteButton()->isVisible());
+    QCOMPARE(QDir(m_screen->messages()).entryList(QDir::Files), files);
+}
+
+void TestTouch::aDragScrollsAndTapsNothing()
+{
+    const int top = drawn(5).top();
+    QList<QPoint> path;
+    for (int y = 400; y >= 200; y -= 10)
+        path << QPoint(100, y);
+    touch(path, nullptr, 300); // held still before lifting: no flick
+    QVERIFY2(drawn(5).top() <= top - 150, qPrintable(QString::number(drawn(5).top())));
+    for (const TableViewCell *cell : table()->visibleCells())
+        QVERIFY(cell->height() == 54 && !static_cast<const VTCell *>(cell)->hasPlayer());
+}
+
+void TestTouch::aFlickCoastsAndBouncesAtTheEnd_data()
+{
+    QTest::addColumn<bool>("down"); // towards the last row, else towards the first
+    QTest::newRow("to the end") << true;
+    QTest::newRow("back to the start") << false;
+}
+
+void TestTouch::aFlickCoastsAndBouncesAtTheEnd()
+{
+    QFETCH(bool, down);
+    const int rows = table()->numberOfRowsInSection(0);
+    const int end = down ? rows - 1 : 0;
+    // From some way off the end, as a user who scrolled there.
+    QScrollBar *bar = table()->verticalScrollBar();
+    bar->setValue(down ? bar->maximum() - 400 : 400);
+    const int anyRow = table()->indexPathForRowAtPoint(QPoint(10, 300))->row;
+    const int viewTop = viewport()->mapTo(m_screen->window(), QPoint()).y();
+    const QRect window(0, viewTop, 375, table()->height());
+    // At rest, the end row lies against its edge of the list.
+    const auto edge = [&] {
+        return down ? drawn(end).bottom() - window.bottom() : drawn(end).top() - window.top();
+    };
+    QList<QPoint> path;
+    for (int i = 0; i <= 5; ++i)
+        path << QPoint(200, down ? 500 - 60 * i : 150 + 60 * i);
+    touch(path);
+    const QRect lifted = drawn(anyRow);
+    // The list moves on by itself, runs past its end and springs back to it.
+    bool moved = false, past = false;
+    QVERIFY(QTest::qWaitFor(
+        [&] {
+            moved = moved || drawn(anyRow) != lifted;
+            if (m_screen->cell(end))
+                past = past || (down ? edge() < 0 : edge() > 0);
+            return moved && past && m_screen->cell(end) && edge() == 0;
+        },
+        10000));
+}
+
+void TestTouch::aLeftSwipeRevealsDelete()
+{
+    const QString name = m_screen->cell(1)->filePath();
+    QVERIFY(QFile::exists(m_screen->messages() + '/' + name));
+    touch({ QPoint(300, 81), QPoint(270, 82), QPoint(220, 82), QPoint(180, 83) });
+    QPushButton *button = table()->deleteButton();
+    QTRY_VERIFY(button->isVisible());
+    QCOMPARE(QRect(button->mapTo(viewport(), QPoint()), button->size()).top(), 54);
+    QCOMPARE(button->height(), 54);
+    QCOMPARE(m_screen->cell(1)->height(), 54); // a swipe is no tap
+    touch({ button->rect().center() }, button);
+    QTRY_VERIFY(!QFile::exists(m_screen->messages() + '/' + name));
+    QTRY_VERIFY(m_screen->cell(1)->filePath() != name);
+}
+
+void TestTouch::panningTheKnob_data()
+{
+    QTest::addColumn<QPoint>("step"); // each of five moves of the finger from the knob
+    QTest::addColumn<bool>("scrubs");
+    QTest::newRow("sideways") << QPoint(12, 1) << true;
+    QTest::newRow("downwards") << QPoint(1, 12) << false;
+}
+
+void TestTouch::panningTheKnob()
+{
+    QFETCH(QPoint, step);
+    QFETCH(bool, scrubs);
+    openWithPlayer(0);
+    QWidget *knob = player()->progressView()->findChild<QWidget *>("knob");
+    QList<QPoint> path;
+    for (int i = 0; i <= 5; ++i)
+        path << knob->rect().center() + step * i;
+    touch(path, knob);
+    QCoreApplication::processEvents(); // each scrub step comes queued after its move
+    QTRY_COMPARE(player()->progressView()->elapsedText() != "0:00", scrubs);
+    QCOMPARE(m_screen->cell(0)->height(), 108);
+}
+
+void TestTouch::smallControlsTakeAFingertip_data()
+{
+    QTest::addColumn<QString>("control");
+    QTest::addColumn<QPoint>("offset"); // from its middle: inside a fingertip, outside its drawing
+    for (const char *control : { "call back", "transcript", "play", "loudspeaker", "knob" }) {
+        for (const QPoint offset :
+             { QPoint(0, -21), QPoint(0, 21), QPoint(-21, 0), QPoint(21, 0) }) {
+            if (control == QLatin1String("knob") && offset.x()) // beside it a tap seeks there
+                continue;
+            QTest::addRow("%s %+d,%+d", control, offset.x(), offset.y()) << control << offset;
+        }
+    }
+}
+
+void TestTouch::smallControlsTakeAFingertip()
+{
+    QFETCH(QString, control);
+    QFETCH(QPoint, offset);
+    openWithPlayer(0);
+    VTCell *row = m_screen->cell(0);
+    const QHash<QString, QWidget *> controls = {
+        { "call back", row->phoneButton() },
+        { "transcript", row->readButton() },
+        { "play", player()->playbackButton() },
+        { "loudspeaker", player()->speakerButton() },
+        { "knob", player()->progressView()->findChild<QWidget *>("knob") },
+    };
+    QWidget *target = controls.value(control);
+    const QPoint at = target->mapTo(viewport(), QRectF(target->rect()).center()).toPoint() + offset;
+    if (control == "knob") {
+        touch({ at, at + QPoint(15, 0), at + QPoint(80, 0) });
+        QTRY_VERIFY(player()->progressView()->elapsedText() != "0:00");
+    } else {
+        QVERIFY(!QRect(target->mapTo(viewport(), QPoint()), target->size()).contains(at));
+        touch({ at });
+    }
+    if (control == "call back")
+        QTRY_VERIFY(m_screen->alert() && m_screen->alert()->message().startsWith("Dial "));
+    else if (control == "transcript")
+        QTRY_VERIFY(row->readerView()->isVisible());
+    else if (control == "play")
+        QTRY_COMPARE(player()->playbackButton()->accessibleName(), "Pause");
+    else if (control == "loudspeaker")
+        QTRY_COMPARE(player()->speakerButton()->accessibleName(), "Loudspeaker, off");
+    // A press that went to a control never taps the row under it: the row stays open.
+    QCOMPARE(row->height(), 108);
+}
+
+QTEST_MAIN(TestTouch)
+#include "tst_touch.moc"
