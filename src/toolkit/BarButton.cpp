@@ -57,6 +57,14 @@ QSize BarButton::sizeHint() const
     return { width + 2 * kPadding, Bar::kHeight };
 }
 
+int BarButton::paintedWidth() const
+{
+    if (!m_item || !m_item->imageName().isEmpty() || m_alignment == Qt::AlignCenter)
+        return sizeHint().width();
+    return qMin(sizeHint().width(),
+                QFontMetrics(font()).horizontalAdvance(m_item->title()) + 2 * kPadding);
+}
+
 void BarButton::paintEvent(QPaintEvent *)
 {
     if (!m_item)

@@ -15,6 +15,8 @@ public:
 
     BarButtonItem *item() const { return m_item; }
     QSize sizeHint() const override;
+    // How much of the button, from its aligned side, its current title or glyph covers.
+    int paintedWidth() const;
     // Where a title sits when the button is wider than it (possible titles).
     void setTextAlignment(Qt::Alignment alignment);
 

@@ -3,9 +3,13 @@
 #include "BarButton.h"
 #include "BarButtonItem.h"
 
+#include <QFontMetrics>
+
 namespace {
 constexpr int kSideMargin = 8;
 constexpr int kTitleFontSize = 17;
+// Room for the antialiased edge of the last letter, which its advance does not count.
+constexpr int kTitleSlack = 2;
 } // namespace
 
 NavigationBar::NavigationBar(QWidget *parent)
@@ -23,7 +27,7 @@ NavigationBar::NavigationBar(QWidget *parent)
 
 void NavigationBar::setTitle(const QString &title)
 {
-    m_title->setText(title);
+    m_fullTitle = title;
     m_title->setAccessibleName(title);
     layoutItems();
 }
@@ -52,21 +56,31 @@ void NavigationBar::setItems(BarButtonItem *left, BarButtonItem *right)
 
 void NavigationBar::layoutItems()
 {
+    // The buttons keep the width of their longest possible title, so that the bar does not
+    // jump when "Edit" becomes "Select All"; the title may use whatever they leave unpainted.
     int left = kSideMargin;
     int right = width() - kSideMargin;
     if (m_leftButton) {
         const QSize size = m_leftButton->sizeHint();
         m_leftButton->setGeometry(kSideMargin, 0, size.width(), kHeight);
-        left = m_leftButton->geometry().right() + 1;
+        left = kSideMargin + m_leftButton->paintedWidth();
     }
     if (m_rightButton) {
         const QSize size = m_rightButton->sizeHint();
         m_rightButton->setGeometry(width() - kSideMargin - size.width(), 0, size.width(), kHeight);
-        right = m_rightButton->geometry().left();
+        right = width() - kSideMargin - m_rightButton->paintedWidth();
     }
-    // Centred on the bar, not on the space between the buttons, as long as it fits.
+    // Centred on the bar as long as it fits there; else in the room between the buttons, and
+    // shortened with an ellipsis only when even that is too narrow (a phone held upright at a
+    // large scale), never cut off mid-letter.
+    const QFontMetrics metrics(m_title->font());
+    const int wanted = metrics.horizontalAdvance(m_fullTitle) + kTitleSlack;
     const int half = qMax(0, qMin(width() / 2 - left, right - width() / 2));
-    m_title->setGeometry(width() / 2 - half, 0, 2 * half, kHeight);
+    QRect area(width() / 2 - half, 0, 2 * half, kHeight);
+    if (wanted > area.width())
+        area = QRect(left, 0, qMax(0, right - left), kHeight);
+    m_title->setGeometry(area);
+    m_title->setText(metrics.elidedText(m_fullTitle, Qt::ElideRight, area.width() - kTitleSlack));
 }
 
 void NavigationBar::resizeEvent(QResizeEvent *)

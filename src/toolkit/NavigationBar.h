@@ -14,7 +14,7 @@ public:
     explicit NavigationBar(QWidget *parent = nullptr);
 
     void setTitle(const QString &title);
-    QString title() const { return m_title->text(); }
+    QString title() const { return m_fullTitle; }
     void setItems(BarButtonItem *left, BarButtonItem *right);
 
     BarButton *leftButton() const { return m_leftButton; }
@@ -27,6 +27,7 @@ private:
     void layoutItems();
 
     QLabel *m_title;
+    QString m_fullTitle;
     QPointer<BarButton> m_leftButton;
     QPointer<BarButton> m_rightButton;
 };
