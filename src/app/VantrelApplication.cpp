@@ -60,7 +60,14 @@ void VantrelApplication::applicationDidFinishLaunching()
     // A phone's size to start with; on a desktop it can be made wider, or narrower down to
     // the narrowest phones, and the rows follow.
     _window->resize(Screen::mainScreenBounds().size());
-    _window->setMinimumSize(kMinimumWindowSize);
+    if (Screen::isPhone()) {
+        // The phone's shell gives the window the whole screen, less its on-screen keyboard,
+        // and has its own way to close it: a title bar would only take rows from the list,
+        // and a minimum size would push the list under the keyboard or off a turned screen.
+        _window->setWindowFlag(Qt::FramelessWindowHint);
+    } else {
+        _window->setMinimumSize(kMinimumWindowSize);
+    }
     applyBackgroundStyle();
     _window->installEventFilter(this);
 

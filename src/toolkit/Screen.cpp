@@ -16,14 +16,17 @@ void Screen::setOverrideSize(const QSize &size)
     overrideSize() = size;
 }
 
+bool Screen::isPhone()
+{
+    const QScreen *screen = qGuiApp ? QGuiApplication::primaryScreen() : nullptr;
+    return !overrideSize().isValid() && screen && screen->availableGeometry().width() < 500;
+}
+
 QRect Screen::mainScreenBounds()
 {
     if (overrideSize().isValid())
         return QRect(QPoint(0, 0), overrideSize());
-    if (const QScreen *screen = qGuiApp ? QGuiApplication::primaryScreen() : nullptr) {
-        const QRect available = screen->availableGeometry();
-        if (available.width() < 500)
-            return QRect(QPoint(0, 0), available.size());
-    }
+    if (isPhone())
+        return QRect(QPoint(0, 0), QGuiApplication::primaryScreen()->availableGeometry().size());
     return QRect(QPoint(0, 0), kPhoneSize);
 }

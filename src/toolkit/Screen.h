@@ -8,6 +8,8 @@
 // screen's own available geometry. An explicit size (--size) overrides both.
 namespace Screen {
 QRect mainScreenBounds();
+// A screen narrower than 500 points, where the shell gives each window the whole screen.
+bool isPhone();
 void setOverrideSize(const QSize &size);
 inline constexpr QSize kPhoneSize { 375, 667 };
 } // namespace Screen
