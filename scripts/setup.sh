@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that building, running and testing Vantrel Plus need, when
 # any of them is missing. Uses sudo when not run as root.
+# With --packaging: also what building and checking the Debian package needs.
+# With --pipewire: also PipeWire's sound server, for the playback tests' second run.
 set -euo pipefail
 
 packages=(
@@ -30,6 +32,20 @@ packages=(
     # test: the real window on a real X server, read as a window manager reads it
     xvfb x11-utils
 )
+for group in "$@"; do
+    case $group in
+    --packaging)
+        packages+=(dpkg-dev debhelper lintian desktop-file-utils appstream man-db)
+        ;;
+    --pipewire)
+        packages+=(pipewire pipewire-pulse wireplumber)
+        ;;
+    *)
+        echo "setup.sh: unknown option $group" >&2
+        exit 2
+        ;;
+    esac
+done
 
 missing=()
 for package in "${packages[@]}"; do
