@@ -31,6 +31,9 @@ packages=(
     ffmpeg
     # test: the real window on a real X server, read as a window manager reads it
     xvfb x11-utils
+    # test: the real window on Phosh's compositor, read back as a phone's shell reads it
+    # (without recommends: phoc's would bring PipeWire's server in place of PulseAudio)
+    phoc grim wlr-randr libwlroots-examples
 )
 for group in "$@"; do
     case $group in
