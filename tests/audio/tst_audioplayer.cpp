@@ -161,6 +161,8 @@ void TestAudioPlayer::interruptions()
 {
     QFETCH(QString, what);
     QFETCH(QString, sink);
+    if (what == "suspend" && PrivateSoundServer::isPipeWire())
+        QSKIP("PipeWire does not suspend a sink while a stream plays to it");
     if (sink == "earpiece")
         AudioSession::sharedInstance()->setCategory(
             AudioSession::AVAudioSessionCategoryPlayAndRecord);

@@ -5,18 +5,14 @@
 #include <csignal>
 #include <sys/prctl.h>
 
+bool PrivateSoundServer::isPipeWire()
+{
+    return qgetenv("VANTREL_SOUND_SERVER") == "pipewire";
+}
+
 PrivateSoundServer::PrivateSoundServer()
     : m_socket(m_dir.filePath(QStringLiteral("native")))
 {
-    // The server keeps its own state beside its socket, apart from the shared one's.
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), m_dir.path());
-    environment.insert(QStringLiteral("PULSE_RUNTIME_PATH"), m_dir.path());
-    m_server.setProcessEnvironment(environment);
-    m_server.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    m_server.setStandardOutputFile(QProcess::nullDevice());
-    // The server never outlives a test that crashed.
-    m_server.setChildProcessModifier([] { prctl(PR_SET_PDEATHSIG, SIGKILL); });
 }
 
 PrivateSoundServer::~PrivateSoundServer()
@@ -26,16 +22,50 @@ PrivateSoundServer::~PrivateSoundServer()
 
 bool PrivateSoundServer::start()
 {
-    m_server.start(QStringLiteral("pulseaudio"),
-                   { "--daemonize=no", "--exit-idle-time=-1", "--disallow-exit", "-n",
-                     "--use-pid-file=no", "--log-level=error",
-                     "--load=module-native-protocol-unix socket=" + m_socket + " auth-anonymous=1",
-                     "--load=module-null-sink sink_name=speaker sink_properties=device.description=Speaker",
-                     "--load=module-null-sink sink_name=earpiece sink_properties=device.description=Earpiece",
-                     "--load=module-always-sink" });
+    // The server keeps its own state and its socket ("native", either server) in the folder,
+    // apart from the shared one's.
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), m_dir.path());
+    environment.insert(QStringLiteral("PULSE_RUNTIME_PATH"), m_dir.path());
+    const auto launch = [&](const QString &program, const QStringList &arguments) {
+        auto &process = m_server.emplace_back(std::make_unique<QProcess>());
+        process->setProcessEnvironment(environment);
+        process->setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        process->setStandardOutputFile(QProcess::nullDevice());
+        // The server never outlives a test that crashed.
+        process->setChildProcessModifier([] { prctl(PR_SET_PDEATHSIG, SIGKILL); });
+        process->start(program, arguments);
+        return process->waitForStarted();
+    };
     qputenv("PULSE_SERVER", ("unix:" + m_socket).toUtf8());
-    if (!m_server.waitForStarted() || !QTest::qWaitFor([&] { return pactl({ "info" }); }, 5000))
+    if (isPipeWire()) {
+        // Quiet unless something fails; the sinks are made as a user makes them, through the
+        // PulseAudio server, and the speaker chosen as the default.
+        environment.insert(QStringLiteral("PIPEWIRE_LOG_LEVEL"), QStringLiteral("E"));
+        environment.insert(QStringLiteral("WIREPLUMBER_DEBUG"), QStringLiteral("E"));
+        if (!launch(QStringLiteral("pipewire"), {}) || !launch(QStringLiteral("wireplumber"), {}) ||
+            !launch(QStringLiteral("pipewire-pulse"), {}) ||
+            !QTest::qWaitFor([&] { return pactl({ "info" }); }, 10000))
+            return false;
+        for (const auto &[name, description] :
+             { std::pair { "speaker", "Speaker" }, std::pair { "earpiece", "Earpiece" } }) {
+            if (!pactl({ "load-module", "module-null-sink", QStringLiteral("sink_name=") + name,
+                         QStringLiteral("sink_properties=device.description=") + description }))
+                return false;
+        }
+        // The session manager takes a moment to know a new sink before it can be the default.
+        if (!QTest::qWaitFor([&] { return pactl({ "set-default-sink", "speaker" }); }, 10000))
+            return false;
+    } else if (!launch(QStringLiteral("pulseaudio"),
+                       { "--daemonize=no", "--exit-idle-time=-1", "--disallow-exit", "-n",
+                         "--use-pid-file=no", "--log-level=error",
+                         "--load=module-native-protocol-unix socket=" + m_socket + " auth-anonymous=1",
+                         "--load=module-null-sink sink_name=speaker sink_properties=device.description=Speaker",
+                         "--load=module-null-sink sink_name=earpiece sink_properties=device.description=Earpiece",
+                         "--load=module-always-sink" }) ||
+               !QTest::qWaitFor([&] { return pactl({ "info" }); }, 5000)) {
         return false;
+    }
     keepBusy("speaker");
     keepBusy("earpiece");
     return true;
@@ -62,10 +92,12 @@ void PrivateSoundServer::keepBusy(const QString &sink)
 void PrivateSoundServer::stop()
 {
     m_keepBusy.clear();
-    if (m_server.state() == QProcess::NotRunning)
-        return;
-    m_server.kill();
-    m_server.waitForFinished();
+    // The one that speaks to clients first, so that they see the server go at once.
+    while (!m_server.empty()) {
+        m_server.back()->kill();
+        m_server.back()->waitForFinished();
+        m_server.pop_back();
+    }
 }
 
 bool PrivateSoundServer::pactl(const QStringList &arguments, QString *output) const

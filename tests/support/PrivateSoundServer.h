@@ -5,15 +5,21 @@
 #include <QTemporaryDir>
 #include <map>
 #include <memory>
+#include <vector>
 
 // An audio server of the test's own, with the null sinks "speaker" (the default) and
 // "earpiece", for tests that take devices away or stop the server: the shared one of the
 // test run stays as the other tests expect it. Points PULSE_SERVER of this process at it.
+// PulseAudio itself, or with VANTREL_SOUND_SERVER=pipewire what Linux phones run: PipeWire
+// with its session manager and its PulseAudio server.
 class PrivateSoundServer
 {
 public:
     PrivateSoundServer();
     ~PrivateSoundServer();
+
+    // Whether the tests run on PipeWire (VANTREL_SOUND_SERVER=pipewire).
+    static bool isPipeWire();
 
     bool start();
     void stop();
@@ -35,5 +41,6 @@ private:
     };
     std::map<QString, std::unique_ptr<QProcess, Stop>> m_keepBusy;
     QString m_socket;
-    QProcess m_server;
+    // The server's processes, the one that speaks to clients last.
+    std::vector<std::unique_ptr<QProcess>> m_server;
 };
