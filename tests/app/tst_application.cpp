@@ -2,7 +2,6 @@
 #include "TestSupport.h"
 #include "app/VantrelApplication.h"
 #include "audio/AudioSession.h"
-#include "desktop/Device.h"
 #include "list/TableController.h"
 #include "playback/VantrelPlayer.h"
 #include "toolkit/Button.h"
@@ -13,10 +12,49 @@
 #include <QDBusMessage>
 #include <QDir>
 #include <QMetaMethod>
+#include <QPointingDevice>
 #include <QProcess>
+#include <QProximitySensor>
+#include <QSensorBackend>
+#include <QSensorManager>
 #include <QStandardPaths>
 #include <QTest>
 #include <csignal>
+
+// A proximity sensor as a phone reports it, for machines without one: registered with Qt
+// Sensors as the default backend, so the program's own QProximitySensor reads it.
+class FakeProximity : public QSensorBackend
+{
+public:
+    explicit FakeProximity(QSensor *sensor) : QSensorBackend(sensor)
+    {
+        setReading<QProximityReading>(&m_reading);
+        addDataRate(1, 10);
+        current = this;
+    }
+    ~FakeProximity() override { current = nullptr; }
+    void start() override { running = true; }
+    void stop() override { running = false; }
+    void report(bool near)
+    {
+        m_reading.setClose(near);
+        m_reading.setTimestamp(quint64(QDateTime::currentMSecsSinceEpoch()) * 1000);
+        newReadingAvailable();
+    }
+    static bool isOn() { return current && current->running; }
+
+    static inline FakeProximity *current = nullptr;
+    bool running = false;
+
+private:
+    QProximityReading m_reading;
+};
+
+class FakeProximityFactory : public QSensorBackendFactory
+{
+public:
+    QSensorBackend *createBackend(QSensor *sensor) override { return new FakeProximity(sensor); }
+};
 
 // Listens on the session bus from a connection of its own, as the recording component would.
 class BusSpy : public QObject
@@ -115,6 +153,9 @@ void TestApplication::cleanupTestCase()
 
 void TestApplication::proximityFollowsReceiverPlayback()
 {
+    static FakeProximityFactory factory;
+    QSensorManager::registerBackend(QProximitySensor::sensorType, "vantrel.fake", &factory);
+    QSensorManager::setDefaultBackend(QProximitySensor::sensorType, "vantrel.fake");
     const QString newest =
         messages() + "/" +
         TestSupport::recordingName("TEL", "+15551234567", "15-Nov-2026-22-10-07");
@@ -122,27 +163,54 @@ void TestApplication::proximityFollowsReceiverPlayback()
     tapFirstRow();
     VantrelPlayer *player = list()->playerController();
     QTRY_VERIFY(player->playbackButton()->isVisible());
-    Device *device = Device::currentDevice();
 
     // Playing on the loudspeaker, or only switching to the ear, leaves the sensor off;
     // playing to the ear turns it on.
     QTest::mouseClick(player->playbackButton(), Qt::LeftButton);
-    QVERIFY(!device->isProximityMonitoringEnabled());
+    QVERIFY(!FakeProximity::isOn());
     QTest::mouseClick(player->playbackButton(), Qt::LeftButton);
     QTest::mouseClick(player->speakerButton(), Qt::LeftButton);
-    QVERIFY(!device->isProximityMonitoringEnabled());
+    QVERIFY(!FakeProximity::isOn());
     QTest::mouseClick(player->playbackButton(), Qt::LeftButton);
-    QVERIFY(device->isProximityMonitoringEnabled());
+    QVERIFY(FakeProximity::isOn());
+
+    // The phone at the ear: the screen goes black and a cheek's touch on the pause button
+    // does nothing; away from the ear, both come back.
+    QWidget *window = app()->window();
+    const auto lit = [&] {
+        return TestSupport::draws(window, window->rect(),
+                                  [](const QColor &colour) { return colour.value() > 40; });
+    };
+    const auto touchPause = [&] {
+        static QPointingDevice *screen = QTest::createTouchDevice();
+        const QPoint at = player->playbackButton()->mapTo(window, player->playbackButton()->rect().center());
+        QTest::touchEvent(window, screen).press(0, at, window);
+        QTest::touchEvent(window, screen).release(0, at, window);
+        QTest::qWait(100);
+    };
+    QVERIFY(lit());
+    FakeProximity::current->report(true);
+    QTRY_VERIFY(!lit());
+    touchPause();
+    QCOMPARE(player->playbackButton()->accessibleName(), "Pause");
+    FakeProximity::current->report(false);
+    QTRY_VERIFY(lit());
+    touchPause();
+    QTRY_COMPARE(player->playbackButton()->accessibleName(), "Play");
+    QVERIFY(!FakeProximity::isOn());
+    QTest::mouseClick(player->playbackButton(), Qt::LeftButton);
+    QVERIFY(FakeProximity::isOn());
+
     // A route change turns it off until the playing state next changes.
     emit AudioSession::sharedInstance()->routeChanged();
-    QVERIFY(!device->isProximityMonitoringEnabled());
+    QVERIFY(!FakeProximity::isOn());
     QTest::mouseClick(player->playbackButton(), Qt::LeftButton); // pause
-    QVERIFY(!device->isProximityMonitoringEnabled());
+    QVERIFY(!FakeProximity::isOn());
     QTest::mouseClick(player->playbackButton(), Qt::LeftButton); // play
-    QVERIFY(device->isProximityMonitoringEnabled());
+    QVERIFY(FakeProximity::isOn());
     // Closing the row takes the player down, and the sensor with it.
     tapFirstRow();
-    QVERIFY(!device->isProximityMonitoringEnabled());
+    QVERIFY(!FakeProximity::isOn());
 }
 
 void TestApplication::launchPostsVisibleAndClearsBadge()
