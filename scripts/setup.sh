@@ -34,6 +34,8 @@ packages=(
     # test: the real window on Phosh's compositor, read back as a phone's shell reads it
     # (without recommends: phoc's would bring PipeWire's server in place of PulseAudio)
     phoc grim wlr-randr libwlroots-examples
+    # test: call-back reaches the dialer that Linux phones run, with its stand-in modem
+    gnome-calls
 )
 for group in "$@"; do
     case $group in

@@ -8,11 +8,19 @@
 #include <QAccessible>
 #include <QApplication>
 #include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDBusMetaType>
+#include <QDBusObjectPath>
+#include <QDBusReply>
 #include <QDir>
 #include <QLabel>
+#include <QProcess>
 #include <QPushButton>
+#include <QScopeGuard>
 #include <QSignalSpy>
+#include <QStandardPaths>
 #include <QTest>
+#include <unistd.h>
 
 // Opening and closing rows, the transcript reader and calling back, as a user does them.
 class TestRows : public QObject
@@ -28,6 +36,7 @@ private slots:
     void readingTranscripts();
     void dialing_data();
     void dialing();
+    void aPhonesOwnDialerCallsTheCaller();
     void rowsShowOnlyTheirOwnTranscripts_data();
     void rowsShowOnlyTheirOwnTranscripts();
     void rowsReadThroughAccessibility();
@@ -295,9 +304,18 @@ void TestRows::dialing()
     QFETCH(QString, url);
     QFETCH(QString, told);
     const bool noDialer = QTest::currentDataTag() == QLatin1String("no application places calls");
-    // Nothing on the machine says it takes the schemes.
-    if (noDialer)
+    // Nothing on the machine says it takes the schemes: neither the user nor the system's
+    // packages (a phone's dialer may be installed).
+    const std::optional<QByteArray> systemData =
+        qEnvironmentVariableIsSet("XDG_DATA_DIRS") ? std::optional(qgetenv("XDG_DATA_DIRS"))
+                                                   : std::nullopt;
+    const auto restore = qScopeGuard([&] {
+        systemData ? qputenv("XDG_DATA_DIRS", *systemData) : qunsetenv("XDG_DATA_DIRS");
+    });
+    if (noDialer) {
         qputenv("XDG_DATA_HOME", m_dialer.filePath("nowhere").toLocal8Bit());
+        qputenv("XDG_DATA_DIRS", m_dialer.filePath("nowhere").toLocal8Bit());
+    }
     m_screen->addRecording(kind, address, "16-Nov-2026-10-00-00");
     m_screen->open();
     const qint64 logStart = TestSupport::logSize();
@@ -327,6 +345,69 @@ void TestRows::dialing()
         return;
     QTRY_COMPARE(dialed(), QStringList(url.isEmpty() ? QString("tel://+15551234567") : url));
     QCOMPARE(m_screen->list()->currentSelectedRowIndex(), std::nullopt); // dialing selects nothing
+}
+
+namespace {
+using CallInterfaces = QMap<QString, QVariantMap>;
+using CallObjects = QMap<QDBusObjectPath, CallInterfaces>;
+} // namespace
+
+// The dialer that Linux phones run (GNOME Calls, Phosh's), as Debian installs it: registered
+// for "tel" by its own desktop file, and with the stand-in modem its own tests use. The call
+// it places, as it lists it on the bus, is to the recording's number.
+void TestRows::aPhonesOwnDialerCallsTheCaller()
+{
+    if (QStandardPaths::findExecutable("gnome-calls").isEmpty() ||
+        QStandardPaths::findExecutable("Xvfb").isEmpty())
+        QSKIP("gnome-calls and Xvfb (packages gnome-calls, xvfb) are needed; scripts/setup.sh "
+              "installs them");
+    qDBusRegisterMetaType<CallInterfaces>();
+    qDBusRegisterMetaType<CallObjects>();
+    // Only what the system's packages register: no stand-in.
+    qputenv("XDG_DATA_HOME", m_dialer.filePath("nowhere").toLocal8Bit());
+    qputenv("XDG_CONFIG_HOME", m_dialer.filePath("nowhere").toLocal8Bit());
+    const QString display = ":" + QString::number(600 + ::getpid() % 300);
+    QProcess xvfb;
+    xvfb.start("Xvfb", { display, "-screen", "0", "720x1440x24", "-nolisten", "tcp" });
+    QVERIFY(xvfb.waitForStarted());
+    qputenv("DISPLAY", display.toLocal8Bit());
+    qputenv("GDK_BACKEND", "x11");
+    qputenv("GSETTINGS_BACKEND", "memory");
+    QProcess calls;
+    calls.setStandardOutputFile(QProcess::nullDevice());
+    calls.setStandardErrorFile(QProcess::nullDevice());
+    calls.start("gnome-calls", { "--daemon", "--provider=dummy" });
+    const auto stop = qScopeGuard([&] {
+        calls.terminate();
+        calls.waitForFinished();
+        xvfb.terminate();
+        xvfb.waitForFinished();
+        // The stand-in again, for the tests after this one.
+        qputenv("XDG_DATA_HOME", m_dialer.filePath("data").toLocal8Bit());
+        qputenv("XDG_CONFIG_HOME", m_dialer.filePath("config").toLocal8Bit());
+        qunsetenv("DISPLAY");
+        qunsetenv("GDK_BACKEND");
+    });
+    QDBusConnectionInterface *bus = QDBusConnection::sessionBus().interface();
+    QTRY_VERIFY_WITH_TIMEOUT(bus->isServiceRegistered("org.gnome.Calls").value(), 20000);
+
+    m_screen->addRecording("TEL", "+442079460958", "16-Nov-2026-10-00-00");
+    m_screen->open();
+    QTest::mouseClick(m_screen->cell(0)->phoneButton(), Qt::LeftButton);
+    QVERIFY(alert());
+    QTest::mouseClick(alert()->buttonForAction("Dial"), Qt::LeftButton);
+    QTRY_VERIFY(!alert());
+    const auto placed = [] {
+        const QDBusReply<CallObjects> reply = QDBusConnection::sessionBus().call(
+            QDBusMessage::createMethodCall("org.gnome.Calls", "/org/gnome/Calls",
+                                           "org.freedesktop.DBus.ObjectManager",
+                                           "GetManagedObjects"));
+        QStringList numbers;
+        for (const CallInterfaces &interfaces : reply.value())
+            numbers << interfaces.value("org.gnome.Calls.Call").value("Id").toString();
+        return numbers;
+    };
+    QTRY_COMPARE_WITH_TIMEOUT(placed(), QStringList("+442079460958"), 20000);
 }
 
 void TestRows::rowsShowOnlyTheirOwnTranscripts_data()
