@@ -376,12 +376,9 @@ void TestApplication::aDesktopKnowsTheWindowByItsAppId()
         QStandardPaths::findExecutable("xprop").isEmpty())
         QSKIP("Xvfb and xprop (packages xvfb, x11-utils) are needed; scripts/setup.sh installs "
               "them");
-    const QString display = ":" + QString::number(90 + ::getpid() % 500);
     QProcess xvfb;
-    xvfb.start("Xvfb", { display, "-screen", "0", "1280x800x24", "-nolisten", "tcp" });
-    QVERIFY(xvfb.waitForStarted());
-    const QString socket = "/tmp/.X11-unix/X" + display.mid(1);
-    QTRY_VERIFY_WITH_TIMEOUT(QFileInfo::exists(socket), 10000);
+    const QString display = TestSupport::startXServer(xvfb, QSize(1280, 800));
+    QVERIFY(!display.isEmpty());
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert("DISPLAY", display);
     environment.insert("QT_QPA_PLATFORM", "xcb");

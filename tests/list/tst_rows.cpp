@@ -20,7 +20,6 @@
 #include <QSignalSpy>
 #include <QStandardPaths>
 #include <QTest>
-#include <unistd.h>
 
 // Opening and closing rows, the transcript reader and calling back, as a user does them.
 class TestRows : public QObject
@@ -366,10 +365,9 @@ void TestRows::aPhonesOwnDialerCallsTheCaller()
     // Only what the system's packages register: no stand-in.
     qputenv("XDG_DATA_HOME", m_dialer.filePath("nowhere").toLocal8Bit());
     qputenv("XDG_CONFIG_HOME", m_dialer.filePath("nowhere").toLocal8Bit());
-    const QString display = ":" + QString::number(600 + ::getpid() % 300);
     QProcess xvfb;
-    xvfb.start("Xvfb", { display, "-screen", "0", "720x1440x24", "-nolisten", "tcp" });
-    QVERIFY(xvfb.waitForStarted());
+    const QString display = TestSupport::startXServer(xvfb, QSize(720, 1440));
+    QVERIFY(!display.isEmpty());
     qputenv("DISPLAY", display.toLocal8Bit());
     qputenv("GDK_BACKEND", "x11");
     qputenv("GSETTINGS_BACKEND", "memory");

@@ -9,9 +9,12 @@
 #include <QImage>
 #include <QMouseEvent>
 #include <QProcess>
+#include <QSize>
+#include <QTest>
 #include <QWidget>
 #include <cstdio>
 #include <sys/stat.h>
+#include <unistd.h>
 
 bool TestSupport::writeFile(const QString &path, const QByteArray &contents)
 {
@@ -135,4 +138,16 @@ QStringList TestSupport::zipMembers(const QString &archive)
     if (!unzip.waitForFinished() || unzip.exitCode() != 0)
         return { "(no archive)" };
     return QString::fromUtf8(unzip.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts);
+}
+
+QString TestSupport::startXServer(QProcess &server, const QSize &pixels)
+{
+    const QString display = ':' + QString::number(90 + ::getpid() % 800);
+    server.start("Xvfb", { display, "-screen", "0",
+                           QStringLiteral("%1x%2x24").arg(pixels.width()).arg(pixels.height()),
+                           "-nolisten", "tcp" });
+    const QString socket = "/tmp/.X11-unix/X" + display.mid(1);
+    if (!server.waitForStarted() || !QTest::qWaitFor([&] { return QFileInfo::exists(socket); }, 10000))
+        return {};
+    return display;
 }

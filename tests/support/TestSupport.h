@@ -8,6 +8,8 @@
 #include <functional>
 
 class QColor;
+class QProcess;
+class QSize;
 class QPoint;
 class QRect;
 class QWidget;
@@ -44,6 +46,10 @@ int fileMode(const QString &path);
 
 // The demo samples of the source tree.
 QString samplesDirectory();
+
+// Starts an X server (Xvfb) with one screen of pixels on a display of this process's own, and
+// answers the display (":N") once the server takes connections; empty if it does not.
+QString startXServer(QProcess &server, const QSize &pixels);
 
 // Runs the ffmpeg tool, quiet and overwriting; answers whether it succeeded.
 bool ffmpeg(const QStringList &arguments);
