@@ -4,6 +4,7 @@
 #include <QString>
 #include <QStringList>
 #include <QTemporaryDir>
+#include <string>
 
 // A Messages directory and an address book the size of a heavy user's, in a temporary
 // directory that goes away with the object. The same counts always give the same files, so
@@ -19,6 +20,7 @@ public:
     BenchData(int recordings, int contacts = 1000);
 
     bool isValid() const { return m_valid; }
+    int recordingCount() const { return m_recordings; }
     QString root() const { return m_root.path(); }
     QString messagesDirectory() const { return m_root.path() + QLatin1String("/Messages"); }
     QString contactsFile() const { return m_root.path() + QLatin1String("/contacts.vcf"); }
@@ -35,6 +37,12 @@ public:
     // time zone with daylight saving, a US English locale. Call first thing in main().
     static void setUpEnvironment();
 
+    // What no catalogue can go below: list the directory, split each name on "-_" and look for
+    // its transcript with stat, in plain C++ and POSIX calls. Answers the recordings seen.
+    static std::size_t directoryFloor(const std::string &directory);
+    // The process's CPU time: a busy machine inflates wall time unevenly.
+    static double cpuSeconds();
+
     // Google Benchmark's main: runs what the command line selects and answers the exit code.
     static int runBenchmarks(int argc, char **argv);
 
@@ -42,5 +50,6 @@ private:
     QTemporaryDir m_root;
     QStringList m_callers;
     QDateTime m_newest;
+    int m_recordings { 0 };
     bool m_valid { false };
 };

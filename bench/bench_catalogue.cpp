@@ -6,11 +6,6 @@
 #include <QFile>
 #include <algorithm>
 #include <benchmark/benchmark.h>
-#include <ctime>
-#include <dirent.h>
-#include <string>
-#include <sys/stat.h>
-#include <vector>
 
 namespace {
 
@@ -24,54 +19,12 @@ const BenchData &data()
     return fixture;
 }
 
-// What no catalogue can go below: list the directory, split each name on "-_" and look for
-// its transcript, in plain C++ and POSIX calls. Answers the number of recordings seen.
-std::size_t readDirectoryFloor(const std::string &directory)
-{
-    std::size_t recordings = 0;
-    DIR *dir = opendir(directory.c_str());
-    if (!dir)
-        return 0;
-    std::vector<std::string> parts;
-    while (const dirent *item = readdir(dir)) {
-        const std::string name = item->d_name;
-        if (name.size() < 3 || name.compare(name.size() - 3, 3, "caf") != 0)
-            continue;
-        parts.clear();
-        for (std::size_t start = 0;;) {
-            const std::size_t end = name.find("-_", start);
-            parts.push_back(name.substr(start, end - start));
-            if (end == std::string::npos)
-                break;
-            start = end + 2;
-        }
-        if (parts.size() != 4 || parts[0] != "msg")
-            continue;
-        std::string transcript = directory + '/' + name;
-        transcript.replace(transcript.size() - 4, 4, ".txt");
-        struct stat info
-        {
-        };
-        benchmark::DoNotOptimize(::stat(transcript.c_str(), &info));
-        ++recordings;
-    }
-    closedir(dir);
-    return recordings;
-}
-
-double cpuSeconds()
-{
-    timespec now {};
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
-    return double(now.tv_sec) + double(now.tv_nsec) * 1e-9;
-}
-
 void BM_DirectoryFloor(benchmark::State &state)
 {
     const std::string directory = QFile::encodeName(data().messagesDirectory()).toStdString();
     std::size_t recordings = 0;
     for (auto _ : state)
-        benchmark::DoNotOptimize(recordings = readDirectoryFloor(directory));
+        benchmark::DoNotOptimize(recordings = BenchData::directoryFloor(directory));
     state.counters["recordings"] = double(recordings);
 }
 BENCHMARK(BM_DirectoryFloor)->Unit(benchmark::kMillisecond);
@@ -90,18 +43,18 @@ void BM_CatalogueEntries(benchmark::State &state)
     QList<Entry> entries;
     double catalogueTime = 0, floorTime = 0;
     for (auto _ : state) {
-        const double start = cpuSeconds();
+        const double start = BenchData::cpuSeconds();
         QList<Entry> fresh = catalogue.entries(data().messagesDirectory());
         benchmark::DoNotOptimize(fresh.constData());
-        catalogueTime += cpuSeconds() - start;
+        catalogueTime += BenchData::cpuSeconds() - start;
         // Freeing the previous list is the caller's cost, not the catalogue's: it counts in the
         // benchmark's time, as it always has, but not in the ratio to the floor.
         entries = std::move(fresh);
 
         state.PauseTiming();
-        const double floorStart = cpuSeconds();
-        benchmark::DoNotOptimize(readDirectoryFloor(directory));
-        floorTime += cpuSeconds() - floorStart;
+        const double floorStart = BenchData::cpuSeconds();
+        benchmark::DoNotOptimize(BenchData::directoryFloor(directory));
+        floorTime += BenchData::cpuSeconds() - floorStart;
         state.ResumeTiming();
     }
     state.counters["floor_ms"] = floorTime * 1e3 / double(state.iterations());

@@ -26,6 +26,8 @@ extern char **environ;
 namespace {
 
 constexpr int kRecordings = 10000;
+// Twenty calls a day for fourteen years, kept.
+constexpr int kLifetimeRecordings = 100000;
 // A launch that has not painted by then never will: the child is killed and the run reports it.
 constexpr unsigned kLaunchTimeoutSeconds = 30;
 
@@ -49,6 +51,20 @@ const BenchData &data()
     return fixture;
 }
 
+// Written only when its case runs: 133,000 files take a while.
+const BenchData &lifetimeData()
+{
+    static const BenchData fixture(kLifetimeRecordings);
+    return fixture;
+}
+
+// The same address book over a Messages directory with nothing in it.
+const BenchData &emptyData()
+{
+    static const BenchData fixture(0);
+    return fixture;
+}
+
 struct Launch
 {
     bool ok { false };
@@ -56,11 +72,11 @@ struct Launch
     double peakRssMb { 0 };
 };
 
-Launch launchOnce(const QString &screenshot, const QString &log)
+Launch launchOnce(const QString &screenshot, const QString &log, const BenchData &over = data())
 {
     const QByteArray program = VANTREL_EXECUTABLE;
-    const QByteArray dir = QFile::encodeName(data().messagesDirectory());
-    const QByteArray contacts = QFile::encodeName(data().contactsFile());
+    const QByteArray dir = QFile::encodeName(over.messagesDirectory());
+    const QByteArray contacts = QFile::encodeName(over.contactsFile());
     const QByteArray shot = QFile::encodeName(screenshot);
     char *argv[] = { const_cast<char *>(program.constData()),  const_cast<char *>("--messages-dir"),
                      const_cast<char *>(dir.constData()),      const_cast<char *>("--contacts"),
@@ -118,7 +134,8 @@ struct Launches
     double peakRssMb { 0 };
 };
 std::optional<Launches> timeLaunches(benchmark::State &state,
-                                     const std::function<Launch()> &peer = {})
+                                     const std::function<Launch()> &peer = {},
+                                     const BenchData &over = data())
 {
     // One launch first, untimed, so that every timed one finds the libraries in the page cache.
     static const bool warmedUp = launchOnce(screenshotPath(), logPath()).ok;
@@ -129,7 +146,8 @@ std::optional<Launches> timeLaunches(benchmark::State &state,
     for (auto _ : state) {
         // Manual time: only the launch's own time is the iteration's.
         const Launch before = peer && warmedUp ? peer() : Launch { warmedUp };
-        const Launch launch = before.ok ? launchOnce(screenshotPath(), logPath()) : Launch();
+        const Launch launch =
+            before.ok ? launchOnce(screenshotPath(), logPath(), over) : Launch();
         if (!launch.ok) {
             state.SkipWithError(qPrintable(QLatin1String("vantrel failed; see ") + logPath()));
             return std::nullopt;
@@ -158,6 +176,41 @@ void BM_StartupToFirstFrame(benchmark::State &state)
     }
 }
 BENCHMARK(BM_StartupToFirstFrame)->Unit(benchmark::kMillisecond)->UseManualTime();
+
+// A lifetime of recordings. Each launch follows one over an empty directory with the same
+// address book, and the time it takes beyond that is set against the floor of reading the
+// same directory (list it, split the names, look for the transcripts), measured in the same
+// run: the target is at most 3 times the floor, and 120 MB at the first frame.
+void BM_StartupWithLifetimeOfRecordings(benchmark::State &state)
+{
+    if (!lifetimeData().isValid() || !emptyData().isValid()) {
+        state.SkipWithError("could not write the recordings");
+        return;
+    }
+    const std::string directory =
+        QFile::encodeName(lifetimeData().messagesDirectory()).toStdString();
+    double floorSeconds = 0;
+    int floorRuns = 0;
+    const auto emptyThenFloor = [&] {
+        const Launch launch = launchOnce(screenshotPath(), logPath(), emptyData());
+        const auto start = std::chrono::steady_clock::now();
+        benchmark::DoNotOptimize(BenchData::directoryFloor(directory));
+        floorSeconds +=
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        ++floorRuns;
+        return launch;
+    };
+    const std::optional<Launches> launches = timeLaunches(state, emptyThenFloor, lifetimeData());
+    if (!launches || floorRuns == 0)
+        return;
+    const double extra = launches->meanSeconds - launches->peerMeanSeconds;
+    const double floor = floorSeconds / floorRuns;
+    state.counters["peak_rss_MB"] = launches->peakRssMb;
+    state.counters["empty_ms"] = launches->peerMeanSeconds * 1e3;
+    state.counters["floor_ms"] = floor * 1e3;
+    state.counters["x_floor"] = floor > 0 ? extra / floor : 0.0;
+}
+BENCHMARK(BM_StartupWithLifetimeOfRecordings)->Unit(benchmark::kMillisecond)->UseManualTime();
 
 // GNOME's and Phosh's address book running beside it with 1,000 contacts, and the copy of
 // them that the program keeps, made by the program's own follower as a previous run would
