@@ -17,12 +17,9 @@ const QString kPlay = QStringLiteral("play");
 const QString kCallBack = QStringLiteral("call-back");
 } // namespace
 
-NewRecordingNotifier::NewRecordingNotifier(const QList<Entry> &entries, QWidget *window,
-                                           QObject *parent)
+NewRecordingNotifier::NewRecordingNotifier(QWidget *window, QObject *parent)
     : QObject(parent), m_window(window)
 {
-    for (const Entry &entry : entries)
-        m_known.insert(entry.filename);
     m_pace.setInterval(kPaceMs);
     connect(&m_pace, &QTimer::timeout, this, &NewRecordingNotifier::showNext);
 
@@ -33,18 +30,13 @@ NewRecordingNotifier::NewRecordingNotifier(const QList<Entry> &entries, QWidget 
                 SLOT(notificationClosed(uint, uint)));
 }
 
-void NewRecordingNotifier::entriesChanged(const QList<Entry> &entries)
+void NewRecordingNotifier::recordingsArrived(const QList<Entry> &entries)
 {
-    QSet<QString> now;
-    const bool away = !m_window || !m_window->isActiveWindow();
+    if (m_window && m_window->isActiveWindow())
+        return;
     // The list is newest first; a burst is announced oldest first, as it came.
-    for (auto entry = entries.crbegin(); entry != entries.crend(); ++entry) {
-        now.insert(entry->filename);
-        if (!m_known.contains(entry->filename) && away)
-            m_waiting.append(*entry);
-    }
-    // A recording removed and written again is new again.
-    m_known = now;
+    for (auto entry = entries.crbegin(); entry != entries.crend(); ++entry)
+        m_waiting.append(*entry);
     if (!m_waiting.isEmpty() && !m_pace.isActive()) {
         showNext();
         m_pace.start();

@@ -6,13 +6,12 @@
 #include <QList>
 #include <QObject>
 #include <QPointer>
-#include <QSet>
 #include <QTimer>
 
 // Tells the desktop of each recording that arrives while the window is not the active one:
 // a "New voicemail" notification (org.freedesktop.Notifications) with the caller and the
-// time and the actions "Play" and "Call back", and the launcher badge counting them. What
-// was there at launch is known already. A burst is shown one notification at a time, a few a
+// time and the actions "Play" and "Call back", and the launcher badge counting them. It hears
+// of arrivals from the list, which knows what it listed before. A burst is shown one notification at a time, a few a
 // second at most. Without a notification server only the badge counts.
 class NewRecordingNotifier : public QObject
 {
@@ -21,8 +20,7 @@ public:
     // Notifications shown per second at most, so that a burst does not flood the screen.
     static constexpr int kPaceMs = 350;
 
-    // entries: what the list shows at launch, known already.
-    NewRecordingNotifier(const QList<Entry> &entries, QWidget *window, QObject *parent = nullptr);
+    explicit NewRecordingNotifier(QWidget *window, QObject *parent = nullptr);
 
     // The badge was cleared: arrivals are counted again from nothing.
     void clearCount() { m_count = 0; }
@@ -33,8 +31,8 @@ signals:
     void callBackRequested(const QString &address);
 
 public slots:
-    // The list was read again and shows these entries, newest first.
-    void entriesChanged(const QList<Entry> &entries);
+    // These recordings were not listed before, newest first.
+    void recordingsArrived(const QList<Entry> &entries);
 
 private slots:
     void actionInvoked(uint id, const QString &action);
@@ -44,7 +42,6 @@ private:
     void showNext();
 
     QPointer<QWidget> m_window;
-    QSet<QString> m_known;      // the recordings already seen
     QList<Entry> m_waiting;     // arrived, not yet shown
     QHash<uint, Entry> m_shown; // by notification id, until it closes
     QTimer m_pace;

@@ -94,9 +94,9 @@ void VantrelApplication::applicationDidFinishLaunching()
                                                    [list] { return list->openEntry(); });
     connect(m_mediaPlayer.get(), &MediaPlayer2::raiseRequested, this,
             &VantrelApplication::raiseWindow);
-    m_notifier = std::make_unique<NewRecordingNotifier>(list->entryList(), _window.get());
-    connect(list, &TableController::entriesReloaded, m_notifier.get(),
-            [this, list] { m_notifier->entriesChanged(list->entryList()); });
+    m_notifier = std::make_unique<NewRecordingNotifier>(_window.get());
+    connect(list, &TableController::recordingsArrived, m_notifier.get(),
+            &NewRecordingNotifier::recordingsArrived);
     connect(m_notifier.get(), &NewRecordingNotifier::playRequested, this,
             [this](const QString &filename) {
                 raiseWindow();

@@ -2,10 +2,12 @@
 
 #include "TableController.h"
 #include "actions/RecordingDeleter.h"
+#include "store/RecordingName.h"
 #include "toolkit/AlertController.h"
 #include "toolkit/BarButtonItem.h"
 #include "toolkit/View.h"
 
+#include <QFile>
 #include <algorithm>
 
 namespace {
@@ -49,9 +51,9 @@ void TableController::deleteSelected(BarButtonItem *)
     QList<Entry> entriesToRemove;
     QList<int> rowsToRemove;
     for (const IndexPath &indexPath : std::as_const(selected)) {
-        if (indexPath.row < 0 || indexPath.row >= entries.size())
+        if (indexPath.row < 0 || indexPath.row >= entryList().size())
             continue;
-        entriesToRemove << entries.at(indexPath.row);
+        entriesToRemove << entryList().at(indexPath.row);
         rowsToRemove << indexPath.row;
     }
     const RecordingDeleter deleter(_messagesDirectory);
@@ -61,15 +63,13 @@ void TableController::deleteSelected(BarButtonItem *)
     const bool removedAll = deleter.removePaths(paths);
     if (removedAll) {
         table->deleteRowsAtIndexPaths(selected);
-        std::sort(rowsToRemove.begin(), rowsToRemove.end(), std::greater<>());
-        for (const int row : std::as_const(rowsToRemove))
-            entries.removeAt(row);
+        m_recordings->forget(rowsToRemove);
     }
     // Otherwise rows and entries stay until the directory is read again: the files that
     // could go are gone already, and the list catches up with them then.
     table->endUpdates();
 
-    if (selectedCount == rowCount || entries.isEmpty())
+    if (selectedCount == rowCount || entryList().isEmpty())
         setEditing(false, true);
     // The keyboard goes on from the row that took the deleted row's place, not from the
     // question or the button that asked it.
@@ -86,14 +86,16 @@ void TableController::commitEditingStyle(TableViewDataSource::EditingStyle style
                                          const IndexPath &indexPath)
 {
     if (style != TableViewDataSource::EditingStyle::Delete || indexPath.row < 0 ||
-        indexPath.row >= entries.size())
+        indexPath.row >= entryList().size())
         return;
-    const Entry entry = entries.at(indexPath.row);
+    const Entry entry = entryList().at(indexPath.row);
     TableView *table = tableView();
     table->beginUpdates();
     RecordingDeleter(_messagesDirectory).removeSilently(entry);
     table->deleteRowsAtIndexPaths({ indexPath });
-    // The list is read again: a recording whose file survived comes back.
+    // The recording is looked at again: one whose file survived comes back.
+    m_changedNames = QByteArrayList { QFile::encodeName(entry.filename),
+                                      QFile::encodeName(RecordingName::transcriptName(entry.filename)) };
     reloadEntries(false);
     table->endUpdates();
 }

@@ -69,9 +69,9 @@ void TableController::dialButtonTapped(Button *button)
         button && button->parentWidget() ? button->parentWidget()->parentWidget() : nullptr);
     const std::optional<IndexPath> indexPath =
         cell ? tableView()->indexPathForCell(cell) : std::nullopt;
-    if (!indexPath || indexPath->row >= entries.size())
+    if (!indexPath || indexPath->row >= entryList().size())
         return;
-    offerCallBack(entries.at(indexPath->row).address);
+    offerCallBack(entryList().at(indexPath->row).address);
 }
 
 void TableController::offerCallBack(const QString &address)
@@ -118,8 +118,8 @@ void TableController::dial(const QString &address)
 bool TableController::playRecording(const QString &filename)
 {
     int row = -1;
-    for (int i = 0; i < entries.size() && row < 0; ++i) {
-        if (entries.at(i).filename == filename)
+    for (int i = 0; i < entryList().size() && row < 0; ++i) {
+        if (entryList().at(i).filename == filename)
             row = i;
     }
     if (row < 0)
@@ -133,8 +133,8 @@ bool TableController::playRecording(const QString &filename)
     VantrelPlayer *player = _playerController.get();
     // Plays if the row that is open is still this recording's.
     const auto play = [this, player, filename] {
-        if (selectedRowIndex && selectedRowIndex->row < entries.size() &&
-            entries.at(selectedRowIndex->row).filename == filename && player->hasRecording() &&
+        if (selectedRowIndex && selectedRowIndex->row < entryList().size() &&
+            entryList().at(selectedRowIndex->row).filename == filename && player->hasRecording() &&
             !player->isPlaying())
             player->togglePlay();
     };

@@ -16,7 +16,6 @@
 #include "toolkit/View.h"
 #include "playback/VantrelPlayer.h"
 #include "contacts/ContactStore.h"
-#include "store/RecordingCatalogue.h"
 
 #include <QEvent>
 #include <QLabel>
@@ -109,7 +108,7 @@ void TableController::viewDidLoad()
     connect(settingsButton, &BarButtonItem::triggered, this, &TableController::openSettings);
     navigationItem()->setRightBarButtonItem(settingsButton);
 
-    if (entries.isEmpty())
+    if (entryList().isEmpty())
         edit->setViewAlpha(0.0);
     table->reloadData();
     updateEmptyState();
@@ -120,20 +119,26 @@ BarButtonItem *TableController::editButton() const
     return navigationItem()->leftBarButtonItem();
 }
 
-void TableController::getEntries()
+QList<Entry> TableController::getEntries()
 {
-    entries.clear();
     // Rows are indices into the list being replaced: the open row closes first.
     if (selectedRowIndex)
         closeOpenRow();
 
-    if (!entriesContactStore)
+    if (!m_recordings) {
         entriesContactStore = ContactStore::storeWithOptions(0, m_contactsSource);
-    QString error;
-    entries = RecordingCatalogue(entriesContactStore.get()).entries(_messagesDirectory, &error);
+        m_recordings = std::make_unique<RecordingList>(_messagesDirectory, entriesContactStore.get());
+        // Names change with the address book at the next read, as they always have.
+        connect(entriesContactStore.get(), &ContactStore::contactsReloaded, this,
+                [this] { m_recordings->contactsChanged(); });
+    }
+    const std::optional<QByteArrayList> changed = std::exchange(m_changedNames, std::nullopt);
+    QList<Entry> arrived = changed ? m_recordings->update(*changed) : m_recordings->reload();
+    const QString error = m_recordings->error();
     if (error != std::exchange(_listError, error) && !error.isEmpty())
         mylog(QStringLiteral("cannot read the Messages directory %1: %2")
                   .arg(_messagesDirectory, error));
+    return arrived;
 }
 
 void TableController::updateEmptyState()
@@ -160,7 +165,7 @@ void TableController::updateEmptyState()
             ? QStringLiteral("No voicemails")
             : QStringLiteral("The voicemail folder cannot be read.\n%1").arg(_messagesDirectory));
     _emptyStateLabel->setGeometry(table->viewport()->geometry());
-    _emptyStateLabel->setVisible(entries.isEmpty());
+    _emptyStateLabel->setVisible(entryList().isEmpty());
     _emptyStateLabel->raise();
 }
 
@@ -206,15 +211,15 @@ void TableController::reloadEntries(bool refresh)
     QSet<QString> selectedNames;
     if (refresh && isEditing()) {
         for (const IndexPath &indexPath : tableView()->indexPathsForSelectedRows()) {
-            if (indexPath.row < entries.size())
-                selectedNames.insert(entries.at(indexPath.row).filename);
+            if (indexPath.row < entryList().size())
+                selectedNames.insert(entryList().at(indexPath.row).filename);
         }
     }
-    getEntries();
+    const QList<Entry> arrived = getEntries();
     if (refresh) {
         tableView()->reloadData();
-        for (int row = 0; row < entries.size() && !selectedNames.isEmpty(); ++row) {
-            if (selectedNames.contains(entries.at(row).filename))
+        for (int row = 0; row < entryList().size() && !selectedNames.isEmpty(); ++row) {
+            if (selectedNames.contains(entryList().at(row).filename))
                 tableView()->selectRowAtIndexPath({ 0, row }, false);
         }
         tableView()->beginUpdates();
@@ -223,13 +228,21 @@ void TableController::reloadEntries(bool refresh)
             updateToolbarButtonsVisibility();
     }
     if (BarButtonItem *edit = editButton())
-        edit->setViewAlpha(entries.isEmpty() ? 0.0 : 1.0);
+        edit->setViewAlpha(entryList().isEmpty() ? 0.0 : 1.0);
     updateEmptyState();
     emit entriesReloaded();
+    if (!arrived.isEmpty())
+        emit recordingsArrived(arrived);
 }
 
-void TableController::directoryDidChange(VTDirectoryWatcher *)
+void TableController::directoryDidChange(VTDirectoryWatcher *watcher)
 {
+    // Only the names the watcher saw change are looked at, when it knows them.
+    if (watcher) {
+        VTDirectoryWatcher::Changes changes = watcher->takeChanges();
+        if (!changes.everything)
+            m_changedNames = std::move(changes.names);
+    }
     reloadEntries(true);
 }
 

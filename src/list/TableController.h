@@ -5,6 +5,7 @@
 #include "contacts/Monogrammer.h"
 #include "toolkit/TableViewController.h"
 #include "store/Entry.h"
+#include "store/RecordingList.h"
 #include "store/MessagesDirectoryFollower.h"
 #include "store/VTDirectoryWatcher.h"
 
@@ -50,13 +51,13 @@ public:
     bool shouldAutorotateToInterfaceOrientation(int orientation) const { return orientation == 1; }
 
     QString messagesDirectory() const { return _messagesDirectory; }
-    const QList<Entry> &entryList() const { return entries; }
+    const QList<Entry> &entryList() const { return m_recordings->entries(); }
     std::optional<IndexPath> currentSelectedRowIndex() const { return selectedRowIndex; }
     // The entry of the open row, or null while no row is open.
     const Entry *openEntry() const
     {
-        return selectedRowIndex && selectedRowIndex->row < entries.size()
-                   ? &entries.at(selectedRowIndex->row)
+        return selectedRowIndex && selectedRowIndex->row < entryList().size()
+                   ? &entryList().at(selectedRowIndex->row)
                    : nullptr;
     }
     BarButtonItem *editButton() const;
@@ -68,7 +69,9 @@ public:
     void setLastPlayerFilePath(const QString &path) { _lastPlayerFilePath = path; }
 
     // Rebuilds entries from the directory; closes an open row first, since rows are indices.
-    void getEntries();
+    // Reads the directory again, or only the names the watcher reported; answers the
+    // recordings that were not listed before.
+    QList<Entry> getEntries();
     // Closes the open player, re-reads the directory and, when refresh is set, redraws the table.
     void reloadEntries(bool refresh);
 
@@ -120,6 +123,8 @@ public:
 signals:
     // The entries were read again from the directory.
     void entriesReloaded();
+    // Recordings that were not listed before the read just done, newest first.
+    void recordingsArrived(const QList<Entry> &entries);
 
 public:
     // The share sheet's previews show over this screen; the end of the last of a sheet's
@@ -194,7 +199,10 @@ private:
     QString _messagesDirectory;
     QString m_contactsSource;
     int64_t seekOffset { -1 }; // set at construction and never read; kept as it always was
-    QList<Entry> entries;
+    // The entries, newest first, kept current by what the directory watcher reports.
+    std::unique_ptr<RecordingList> m_recordings;
+    // What the watcher saw change, for the next read; none when it does not know.
+    std::optional<QByteArrayList> m_changedNames;
     QString _listError; // why the Messages directory could not be read, or empty
     QPointer<QLabel> _emptyStateLabel;
     std::unique_ptr<Monogrammer> monogrammer;

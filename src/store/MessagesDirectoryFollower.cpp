@@ -128,8 +128,12 @@ void MessagesDirectoryFollower::follow(bool tellDelegate)
             m_watcher = VTDirectoryWatcher::watchFolderWithPath(m_path, this);
     }
     m_changeUntold = false;
-    if (tellDelegate && m_delegate)
-        m_delegate->directoryDidChange(m_watcher.get());
+    if (!tellDelegate || !m_delegate)
+        return;
+    // Whatever the delegate knew of the directory, this one it has not read.
+    if (m_watcher)
+        m_watcher->markEverythingChanged();
+    m_delegate->directoryDidChange(m_watcher.get());
 }
 
 void MessagesDirectoryFollower::watchAncestors()

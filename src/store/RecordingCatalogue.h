@@ -8,9 +8,10 @@
 
 class ContactStore;
 
-// Turns the Messages directory into entries, newest first: lists the directory, keeps the
+// Reads the Messages directory into entries once, newest first: lists the directory, keeps the
 // names that are recordings, pairs each with its transcript, reads its call time and finds
-// its caller in the address book. Never writes to the directory.
+// its caller in the address book. Never writes to the directory. A list that follows the
+// directory keeps a RecordingList instead, which reads only what changed.
 class RecordingCatalogue
 {
 public:
@@ -27,7 +28,7 @@ public:
 
     // Sorts in place, newest first as compareElements orders entries wherever its answers
     // agree both ways round; the undated go last. Entries of the same time, and the undated,
-    // keep their order among themselves.
+    // follow their file names.
     static void sort(QList<Entry> &entries);
 
 private:

@@ -15,6 +15,10 @@ namespace {
 // written does not reload the list at every write.
 constexpr uint32_t kWatchMask = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_ONLYDIR;
 
+// More names than this are taken as everything: listing the directory once is cheaper than
+// looking at each of them.
+constexpr qsizetype kMostNames = 4096;
+
 } // namespace
 
 std::unique_ptr<VTDirectoryWatcher>
@@ -97,12 +101,15 @@ void VTDirectoryWatcher::kqueueFired()
         const ssize_t got = ::read(kq, buffer, sizeof buffer);
         if (got > 0) {
             eventCount = 1;
+            noteEvents(buffer, got);
             continue;
         }
         if (got < 0 && errno == EINTR)
             continue;
-        if (got < 0 && errno != EAGAIN)
+        if (got < 0 && errno != EAGAIN) {
             eventCount = -1;
+            markEverythingChanged();
+        }
         break;
     }
     VT_ASSERT("-[VTDirectoryWatcher kqueueFired]", 396, (eventCount >= 0) && (eventCount < 2),
@@ -114,6 +121,28 @@ void VTDirectoryWatcher::kqueueFired()
     // The delegate may have stopped the watcher.
     if (dirKQRef)
         dirKQRef->setEnabled(true);
+}
+
+void VTDirectoryWatcher::noteEvents(const char *events, qsizetype size)
+{
+    for (qsizetype at = 0; at < size;) {
+        const auto *event = reinterpret_cast<const inotify_event *>(events + at);
+        at += qsizetype(sizeof(inotify_event) + event->len);
+        if (m_changes.everything)
+            continue;
+        if (event->mask & IN_Q_OVERFLOW)
+            markEverythingChanged();
+        else if (event->len > 0)
+            m_changes.names.append(QByteArray(event->name));
+        if (m_changes.names.size() > kMostNames)
+            markEverythingChanged();
+    }
+}
+
+void VTDirectoryWatcher::markEverythingChanged()
+{
+    m_changes.names.clear();
+    m_changes.everything = true;
 }
 
 void VTDirectoryWatcher::invalidate()

@@ -1,10 +1,12 @@
 #pragma once
 
+#include <QByteArrayList>
 #include <QObject>
 #include <QPointer>
 #include <QSocketNotifier>
 #include <QString>
 #include <memory>
+#include <utility>
 
 class VTDirectoryWatcher;
 
@@ -23,8 +25,9 @@ enum CallBackType
 };
 
 // Tells its delegate, on the thread that started it, that entries were added to, removed from
-// or renamed in one directory. It says only that something changed, never what, and a burst
-// of changes read in one go is one call. Writes inside existing files are not changes.
+// or renamed in one directory. A burst of changes read in one go is one call, and writes
+// inside existing files are not changes. What changed the delegate may take during its call
+// (takeChanges), so that a list of many recordings need only look at those.
 //
 // Two states: idle (nothing open: dirFD and kq are -1, dirKQRef null) and monitoring (all
 // three set).
@@ -50,6 +53,20 @@ public:
     // Stops watching; harmless when idle.
     void invalidate();
 
+    // The names that came, went or were renamed (both names of a rename) since the changes
+    // were last taken, as the kernel reported them; or everything, when that is not known: the
+    // kernel dropped events, too many names piled up, or the directory is new to the
+    // delegate (see markEverythingChanged).
+    struct Changes
+    {
+        QByteArrayList names;
+        bool everything { false };
+    };
+    Changes takeChanges() { return std::exchange(m_changes, {}); }
+    // The next changes taken are everything: said by whoever hands the delegate a directory
+    // whose contents it has not read.
+    void markEverythingChanged();
+
     bool isMonitoring() const { return dirKQRef != nullptr; }
     int directoryDescriptor() const { return dirFD; }
     int queueDescriptor() const { return kq; }
@@ -57,12 +74,14 @@ public:
 private:
     friend void KQCallback(QSocketNotifier *kqRef, int callBackTypes, void *info);
     void kqueueFired();
+    void noteEvents(const char *events, qsizetype size);
 
     VTDirectoryWatcherDelegate *m_delegate { nullptr }; // not owned
     int dirFD { -1 }; // the watched directory, opened as a path only
     int kq { -1 };    // the inotify instance
     QString watchPath;
     QPointer<QSocketNotifier> dirKQRef; // readiness of kq on the event loop; a child
+    Changes m_changes;
 };
 
 void KQCallback(QSocketNotifier *kqRef, int callBackTypes, void *info);
