@@ -24,10 +24,6 @@ namespace {
 // The sort key of an entry without a date: after every dated one.
 constexpr qint64 kUndated = std::numeric_limits<qint64>::min();
 
-// Above this many names one change is read as a new listing of the whole directory: a name
-// looked at on its own costs a few calls to the file system, a listing a fraction of one.
-constexpr qsizetype kMostNamesToUpdate = 4096;
-
 // A transcript name with more ".txt" than this could belong to too many recordings to try
 // each (every ".txt" may have been a ".caf"): the directory is listed again instead.
 constexpr int kMostTranscriptMarks = 8;
@@ -322,8 +318,6 @@ QList<Entry> RecordingList::reload()
 
 QList<Entry> RecordingList::update(const QByteArrayList &names)
 {
-    if (names.size() > kMostNamesToUpdate)
-        return reload();
     if (m_contactsChanged)
         matchCallersAgain();
 
