@@ -172,6 +172,36 @@ private:
 };
 
 
+// Sorts entries and their keys together, newest first, in place: entries move along the cycles
+// of the permutation, so no second list is made.
+void sortNewestFirst(QList<Entry> &entries, std::vector<qint64> &keys)
+{
+    std::vector<qsizetype> order(std::size_t(entries.size()));
+    std::iota(order.begin(), order.end(), 0);
+    std::stable_sort(order.begin(), order.end(), [&](qsizetype a, qsizetype b) {
+        return listedBefore(keys[std::size_t(a)], entries.at(a).filename, keys[std::size_t(b)],
+                            entries.at(b).filename);
+    });
+    for (qsizetype i = 0; i < entries.size(); ++i) {
+        if (order[std::size_t(i)] == i)
+            continue;
+        Entry held = std::move(entries[i]);
+        const qint64 heldKey = keys[std::size_t(i)];
+        for (qsizetype at = i;;) {
+            const qsizetype from = order[std::size_t(at)];
+            order[std::size_t(at)] = at;
+            if (from == i) {
+                entries[at] = std::move(held);
+                keys[std::size_t(at)] = heldKey;
+                break;
+            }
+            entries[at] = std::move(entries[from]);
+            keys[std::size_t(at)] = keys[std::size_t(from)];
+            at = from;
+        }
+    }
+}
+
 } // namespace
 
 // What dating and formatting keep between two calls: month names, years and days already
@@ -254,64 +284,76 @@ QList<Entry> RecordingList::reload()
     if (m_contactsChanged)
         matchCallersAgain();
 
-    // One pass over the listing keeps the names that end in "caf", packed into one buffer, and
-    // every name that may be a transcript, with its type as the listing gives it.
-    const std::unique_ptr<DIR, DirCloser> dir(opendir(m_path.constData()));
-    const int openError = dir || errno == ENOENT ? 0 : errno;
-    m_error = openError ? QString::fromLocal8Bit(strerror(openError)) : QString();
-    QByteArray packed;
-    std::vector<std::pair<qsizetype, qsizetype>> recordings; // offset and size in packed
-    QHash<QByteArray, unsigned char> transcripts;
-    while (const dirent *item = dir ? readdir(dir.get()) : nullptr) {
-        const QByteArrayView name(item->d_name);
-        const bool recording = name.endsWith("caf");
-        if (recording) {
-            recordings.emplace_back(packed.size(), name.size());
-            packed.append(name);
-        }
-        if (name.contains(".txt") || (recording && !name.contains(".caf")))
-            transcripts.insert(name.toByteArray(), item->d_type);
-    }
-
     QHash<QStringView, qsizetype> known;
     known.reserve(m_entries.size());
     for (qsizetype i = 0; i < m_entries.size(); ++i)
         known.insert(m_entries.at(i).filename, i);
     std::vector<bool> keep(std::size_t(m_entries.size()), false);
-    QList<Entry> arrivals;
-    std::vector<qint64> keys;
-    if (m_entries.isEmpty())
-        arrivals.reserve(qsizetype(recordings.size()));
+
+    // One pass over the listing marks the recordings already listed, keeps the names of the
+    // others, and every name that may be a transcript with its type as the listing gives it.
+    // Each name is read into one buffer first, so that a name already listed costs no copy.
     // A name that is not UTF-8 cannot be written back as a path of the same name, so it
-    // cannot be a recording the list could play or delete: it is left out. A leading
-    // byte-order mark is kept: it is part of the name.
+    // cannot be a recording the list could play or delete, nor the transcript of one: it is
+    // left out. A leading byte-order mark is kept: it is part of the name.
+    const std::unique_ptr<DIR, DirCloser> dir(opendir(m_path.constData()));
+    const int openError = dir || errno == ENOENT ? 0 : errno;
+    m_error = openError ? QString::fromLocal8Bit(strerror(openError)) : QString();
     QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::ConvertInitialBom);
-    QByteArray transcript;
-    for (const auto &[offset, size] : recordings) {
-        const QByteArrayView bytes(packed.constData() + offset, size);
+    QString buffer;
+    QList<QString> unlisted;
+    QHash<QString, unsigned char> transcripts;
+    while (const dirent *item = dir ? readdir(dir.get()) : nullptr) {
+        const QByteArrayView bytes(item->d_name);
+        const bool recording = bytes.endsWith("caf");
+        const bool transcript =
+            bytes.contains(".txt") || (recording && !bytes.contains(".caf"));
+        if (!recording && !transcript)
+            continue;
         decoder.resetState();
-        const QString name = decoder(bytes);
+        buffer.resize(bytes.size());
+        const QChar *end = decoder.appendToBuffer(buffer.data(), bytes);
         if (decoder.hasError())
             continue;
-        transcript = bytes.toByteArray();
-        makeTranscriptName(transcript);
-        bool paired = false;
-        if (const auto found = transcripts.constFind(transcript); found != transcripts.cend()) {
-            // A folder is no transcript; what a link or an unknown type is, stat says.
-            paired = *found == DT_DIR                          ? false
-                     : *found == DT_LNK || *found == DT_UNKNOWN ? hasTranscript(bytes)
-                                                                : true;
-        }
-        if (const auto at = known.constFind(name); at != known.cend()) {
+        const QStringView name(buffer.constData(), end - buffer.constData());
+        if (transcript)
+            transcripts.insert(name.toString(), item->d_type);
+        if (!recording)
+            continue;
+        if (const auto at = known.constFind(name); at != known.cend())
             keep[std::size_t(*at)] = true;
-            setTranscript(m_entries, *at, paired);
-        } else if (auto entry = m_reading->makeEntry(name, paired)) {
+        else
+            unlisted.append(name.toString());
+    }
+    known.clear();
+
+    // Whether the listing holds a recording's transcript: a file, or a link to one.
+    const auto paired = [&](const QString &name) {
+        buffer.resize(name.size());
+        std::copy(name.cbegin(), name.cend(), buffer.begin());
+        for (qsizetype at = buffer.indexOf(QLatin1String(".caf")); at >= 0;
+             at = buffer.indexOf(QLatin1String(".caf"), at + 4))
+            buffer.replace(at, 4, QLatin1String(".txt"));
+        const auto found = transcripts.constFind(buffer);
+        if (found == transcripts.cend() || *found == DT_DIR)
+            return false;
+        return *found == DT_LNK || *found == DT_UNKNOWN ? hasTranscript(QFile::encodeName(name))
+                                                        : true;
+    };
+    remove(keep);
+    for (qsizetype i = 0; i < m_entries.size(); ++i)
+        setTranscript(m_entries, i, paired(m_entries.at(i).filename));
+    QList<Entry> arrivals;
+    arrivals.reserve(unlisted.size());
+    std::vector<qint64> keys;
+    keys.reserve(std::size_t(unlisted.size()));
+    for (const QString &name : std::as_const(unlisted)) {
+        if (auto entry = m_reading->makeEntry(name, paired(name))) {
             keys.push_back(m_reading->keyOf(entry->date));
             arrivals.append(std::move(*entry));
         }
     }
-    known.clear();
-    remove(keep);
+    unlisted.clear();
     insert(arrivals, keys);
     return arrivals;
 }
@@ -399,17 +441,7 @@ void RecordingList::sort(QList<Entry> &entries)
     Reading reading(nullptr, QLocale::c());
     for (const Entry &entry : std::as_const(entries))
         keys.push_back(reading.keyOf(entry.date));
-    std::vector<qsizetype> order(std::size_t(entries.size()));
-    std::iota(order.begin(), order.end(), 0);
-    std::stable_sort(order.begin(), order.end(), [&](qsizetype a, qsizetype b) {
-        return listedBefore(keys[std::size_t(a)], entries.at(a).filename,
-                            keys[std::size_t(b)], entries.at(b).filename);
-    });
-    QList<Entry> sorted;
-    sorted.reserve(entries.size());
-    for (const qsizetype i : order)
-        sorted.append(std::move(entries[i]));
-    entries = std::move(sorted);
+    sortNewestFirst(entries, keys);
 }
 
 void RecordingList::matchCallersAgain()
@@ -451,43 +483,28 @@ void RecordingList::insert(QList<Entry> &arrivals, std::vector<qint64> &keys)
 {
     if (arrivals.isEmpty())
         return;
-    // The arrivals newest first, then merged into the list in one pass.
-    std::vector<qsizetype> order(std::size_t(arrivals.size()));
-    std::iota(order.begin(), order.end(), 0);
-    std::sort(order.begin(), order.end(), [&](qsizetype a, qsizetype b) {
-        return listedBefore(keys[std::size_t(a)], arrivals.at(a).filename, keys[std::size_t(b)],
-                            arrivals.at(b).filename);
-    });
-    QList<Entry> sorted;
-    sorted.reserve(arrivals.size());
-    std::vector<qint64> sortedKeys;
-    sortedKeys.reserve(keys.size());
-    for (const qsizetype i : order) {
-        sorted.append(std::move(arrivals[i]));
-        sortedKeys.push_back(keys[std::size_t(i)]);
-    }
-    arrivals = sorted;
+    sortNewestFirst(arrivals, keys);
     if (m_entries.isEmpty()) {
         // The list shares the arrivals' entries: nothing is copied.
-        m_entries = std::move(sorted);
-        m_keys = std::move(sortedKeys);
+        m_entries = arrivals;
+        m_keys = std::move(keys);
         return;
     }
     if (arrivals.size() <= kMostInsertions) {
         for (qsizetype i = 0; i < arrivals.size(); ++i) {
-            const qsizetype at = lowerBound(sortedKeys[std::size_t(i)], arrivals.at(i).filename);
+            const qsizetype at = lowerBound(keys[std::size_t(i)], arrivals.at(i).filename);
             m_entries.insert(at, arrivals.at(i));
-            m_keys.insert(m_keys.begin() + at, sortedKeys[std::size_t(i)]);
+            m_keys.insert(m_keys.begin() + at, keys[std::size_t(i)]);
         }
         return;
     }
     QList<Entry> merged;
     merged.reserve(m_entries.size() + arrivals.size());
     std::vector<qint64> mergedKeys;
-    mergedKeys.reserve(m_keys.size() + sortedKeys.size());
+    mergedKeys.reserve(m_keys.size() + keys.size());
     qsizetype from = 0;
     for (qsizetype i = 0; i < arrivals.size(); ++i) {
-        const qint64 key = sortedKeys[std::size_t(i)];
+        const qint64 key = keys[std::size_t(i)];
         while (from < m_entries.size() &&
                listedBefore(m_keys[std::size_t(from)], m_entries.at(from).filename, key,
                             arrivals.at(i).filename)) {
