@@ -46,14 +46,14 @@ void TableController::deleteSelected(BarButtonItem *)
     // open keeps the same recordings selected, whatever rows they moved to.
     QList<IndexPath> selected = table->indexPathsForSelectedRows();
     const int selectedCount = int(selected.size());
-    const int rowCount = numberOfRowsInSection(0);
+    const int shownRows = rowCount();
 
     QList<Entry> entriesToRemove;
     QList<int> rowsToRemove;
     for (const IndexPath &indexPath : std::as_const(selected)) {
-        if (indexPath.row < 0 || indexPath.row >= entryList().size())
+        if (indexPath.row < 0 || indexPath.row >= rowCount())
             continue;
-        entriesToRemove << entryList().at(indexPath.row);
+        entriesToRemove << entryAt(indexPath.row);
         rowsToRemove << indexPath.row;
     }
     const RecordingDeleter deleter(_messagesDirectory);
@@ -63,13 +63,20 @@ void TableController::deleteSelected(BarButtonItem *)
     const bool removedAll = deleter.removePaths(paths);
     if (removedAll) {
         table->deleteRowsAtIndexPaths(selected);
-        m_recordings->forget(rowsToRemove);
+        QList<int> recordings;
+        for (const int row : std::as_const(rowsToRemove))
+            recordings << int(recordingIndex(row));
+        m_recordings->forget(recordings);
+        if (m_search)
+            m_search->entriesChanged();
+        if (m_shownRows)
+            findAgain();
     }
     // Otherwise rows and entries stay until the directory is read again: the files that
     // could go are gone already, and the list catches up with them then.
     table->endUpdates();
 
-    if (selectedCount == rowCount || entryList().isEmpty())
+    if (selectedCount == shownRows || rowCount() == 0)
         setEditing(false, true);
     // The keyboard goes on from the row that took the deleted row's place, not from the
     // question or the button that asked it.
@@ -86,9 +93,9 @@ void TableController::commitEditingStyle(TableViewDataSource::EditingStyle style
                                          const IndexPath &indexPath)
 {
     if (style != TableViewDataSource::EditingStyle::Delete || indexPath.row < 0 ||
-        indexPath.row >= entryList().size())
+        indexPath.row >= rowCount())
         return;
-    const Entry entry = entryList().at(indexPath.row);
+    const Entry entry = entryAt(indexPath.row);
     TableView *table = tableView();
     table->beginUpdates();
     RecordingDeleter(_messagesDirectory).removeSilently(entry);

@@ -2,6 +2,8 @@
 // transcript in place of the name, the phone button offers to call the caller back.
 
 #include "TableController.h"
+
+#include <algorithm>
 #include "VTCell.h"
 #include "core/Log.h"
 #include "store/MessagesDirectory.h"
@@ -69,9 +71,9 @@ void TableController::dialButtonTapped(Button *button)
         button && button->parentWidget() ? button->parentWidget()->parentWidget() : nullptr);
     const std::optional<IndexPath> indexPath =
         cell ? tableView()->indexPathForCell(cell) : std::nullopt;
-    if (!indexPath || indexPath->row >= entryList().size())
+    if (!indexPath || indexPath->row >= rowCount())
         return;
-    offerCallBack(entryList().at(indexPath->row).address);
+    offerCallBack(entryAt(indexPath->row).address);
 }
 
 void TableController::offerCallBack(const QString &address)
@@ -117,9 +119,13 @@ void TableController::dial(const QString &address)
 
 bool TableController::playRecording(const QString &filename)
 {
+    // A recording the search hides is shown with all the others.
+    if (m_shownRows && std::none_of(m_shownRows->cbegin(), m_shownRows->cend(),
+                                    [&](qsizetype at) { return entryList().at(at).filename == filename; }))
+        endSearch();
     int row = -1;
-    for (int i = 0; i < entryList().size() && row < 0; ++i) {
-        if (entryList().at(i).filename == filename)
+    for (int i = 0; i < rowCount() && row < 0; ++i) {
+        if (entryAt(i).filename == filename)
             row = i;
     }
     if (row < 0)
@@ -133,8 +139,8 @@ bool TableController::playRecording(const QString &filename)
     VantrelPlayer *player = _playerController.get();
     // Plays if the row that is open is still this recording's.
     const auto play = [this, player, filename] {
-        if (selectedRowIndex && selectedRowIndex->row < entryList().size() &&
-            entryList().at(selectedRowIndex->row).filename == filename && player->hasRecording() &&
+        if (selectedRowIndex && selectedRowIndex->row < rowCount() &&
+            entryAt(selectedRowIndex->row).filename == filename && player->hasRecording() &&
             !player->isPlaying())
             player->togglePlay();
     };

@@ -24,7 +24,7 @@ const QColor kCellBackground { 0, 0, 0, 3 }; // black at alpha 0.01: drawn, yet 
 
 int TableController::numberOfRowsInSection(int)
 {
-    return int(entryList().size());
+    return int(rowCount());
 }
 
 TableViewCell *TableController::cellForRowAtIndexPath(const IndexPath &indexPath)
@@ -38,10 +38,10 @@ TableViewCell *TableController::cellForRowAtIndexPath(const IndexPath &indexPath
     if (!cell)
         cell =
             new VTCell(TableViewCell::Style::Subtitle, identifier, this, tableView()->viewport());
-    if (indexPath.row < 0 || indexPath.row >= entryList().size())
+    if (indexPath.row < 0 || indexPath.row >= rowCount())
         return cell;
 
-    const Entry &entry = entryList().at(indexPath.row);
+    const Entry &entry = entryAt(indexPath.row);
     // A transcript open here belongs to the recording that sat in this row before, or to one
     // that has lost its transcript: never shown under another caller's name.
     if (cell->filePath() != entry.filename || !entry.textFile)

@@ -35,10 +35,10 @@ void TableController::shareSelectedRequest(BarButtonItem *)
     const QList<IndexPath> selected = tableView()->indexPathsForSelectedRows();
     if (selected.size() == 1) {
         const int row = selected.last().row;
-        if (row < 0 || row >= entryList().size())
+        if (row < 0 || row >= rowCount())
             return;
         // A missing file is offered all the same: the sheet tells what it cannot do with it.
-        const QString path = recordingSharer->sourcePath(entryList().at(row));
+        const QString path = recordingSharer->sourcePath(entryAt(row));
         DocumentInteractionController *controller =
             keepInteractionController(QUrl::fromLocalFile(path));
         controller->setUTI(QStringLiteral("public.video"));
@@ -64,8 +64,8 @@ void TableController::shareSelected()
 {
     QStringList files;
     for (const IndexPath &indexPath : tableView()->indexPathsForSelectedRows()) {
-        if (indexPath.row >= 0 && indexPath.row < entryList().size())
-            files << recordingSharer->sourcePath(entryList().at(indexPath.row));
+        if (indexPath.row >= 0 && indexPath.row < rowCount())
+            files << recordingSharer->sourcePath(entryAt(indexPath.row));
     }
     zipFiles(files, RecordingFiles::workingArchivePath());
 }
@@ -131,7 +131,7 @@ void TableController::zipFinished(bool success)
         if (rows.isEmpty())
             return std::nullopt;
         const int row = last ? rows.last().row : rows.first().row;
-        return row < entryList().size() ? entryList().at(row).dateString : std::nullopt;
+        return row < rowCount() ? entryAt(row).dateString : std::nullopt;
     };
     const QString shared =
         RecordingFiles::sharedArchivePath(dateOf(selected, true), dateOf(selected, false));

@@ -19,6 +19,7 @@
 
 #include <QEvent>
 #include <QLabel>
+#include <QShortcut>
 
 namespace {
 constexpr double kMonogramDiameter = 40.0;
@@ -108,7 +109,21 @@ void TableController::viewDidLoad()
     connect(settingsButton, &BarButtonItem::triggered, this, &TableController::openSettings);
     navigationItem()->setRightBarButtonItem(settingsButton);
 
-    if (entryList().isEmpty())
+    // Hidden until Ctrl+F, or until the list is pulled down past its top.
+    m_searchBar = new SearchBar;
+    m_searchBar->setPlaceholderText(QStringLiteral("Search"));
+    m_searchBar->hide();
+    navigationItem()->setSearchBar(m_searchBar);
+    connect(m_searchBar, &SearchBar::textChanged, this, &TableController::searchTextChanged);
+    connect(m_searchBar, &SearchBar::dismissed, this, &TableController::endSearch);
+    connect(m_searchBar, &SearchBar::resultsRequested, table,
+            [table] { table->setFocus(Qt::OtherFocusReason); });
+    auto *find = new QShortcut(QKeySequence::Find, table);
+    find->setContext(Qt::WindowShortcut);
+    connect(find, &QShortcut::activated, this, &TableController::beginSearch);
+    connect(table, &TableView::pulledDown, this, &TableController::beginSearch);
+
+    if (rowCount() == 0)
         edit->setViewAlpha(0.0);
     table->reloadData();
     updateEmptyState();
@@ -134,6 +149,12 @@ QList<Entry> TableController::getEntries()
     }
     const std::optional<QByteArrayList> changed = std::exchange(m_changedNames, std::nullopt);
     QList<Entry> arrived = changed ? m_recordings->update(*changed) : m_recordings->reload();
+    if (m_search) {
+        m_search->entriesChanged();
+        m_search->readTranscripts(entryList());
+    }
+    if (m_shownRows)
+        findAgain();
     const QString error = m_recordings->error();
     if (error != std::exchange(_listError, error) && !error.isEmpty())
         mylog(QStringLiteral("cannot read the Messages directory %1: %2")
@@ -161,11 +182,12 @@ void TableController::updateEmptyState()
         table->viewport()->installEventFilter(this);
     }
     _emptyStateLabel->setText(
-        _listError.isEmpty()
-            ? QStringLiteral("No voicemails")
-            : QStringLiteral("The voicemail folder cannot be read.\n%1").arg(_messagesDirectory));
+        m_shownRows                ? QStringLiteral("No recordings match your search")
+        : _listError.isEmpty() ? QStringLiteral("No voicemails")
+                               : QStringLiteral("The voicemail folder cannot be read.\n%1")
+                                     .arg(_messagesDirectory));
     _emptyStateLabel->setGeometry(table->viewport()->geometry());
-    _emptyStateLabel->setVisible(entryList().isEmpty());
+    _emptyStateLabel->setVisible(rowCount() == 0);
     _emptyStateLabel->raise();
 }
 
@@ -206,33 +228,51 @@ void TableController::reloadEntries(bool refresh)
         setCurrentPlayerIndexPath(std::nullopt);
         _playerController->destroyPlayer(qobject_cast<VTCell *>(cell));
     }
-    // In edit mode the same recordings stay selected, wherever the new list puts them: a
-    // question about them may be open, and its answer acts on the selection.
-    QSet<QString> selectedNames;
-    if (refresh && isEditing()) {
-        for (const IndexPath &indexPath : tableView()->indexPathsForSelectedRows()) {
-            if (indexPath.row < entryList().size())
-                selectedNames.insert(entryList().at(indexPath.row).filename);
-        }
-    }
+    const QSet<QString> chosen = refresh ? chosenRecordings() : QSet<QString>();
     const QList<Entry> arrived = getEntries();
-    if (refresh) {
-        tableView()->reloadData();
-        for (int row = 0; row < entryList().size() && !selectedNames.isEmpty(); ++row) {
-            if (selectedNames.contains(entryList().at(row).filename))
-                tableView()->selectRowAtIndexPath({ 0, row }, false);
-        }
-        tableView()->beginUpdates();
-        tableView()->endUpdates();
-        if (isEditing())
-            updateToolbarButtonsVisibility();
-    }
-    if (BarButtonItem *edit = editButton())
-        edit->setViewAlpha(entryList().isEmpty() ? 0.0 : 1.0);
-    updateEmptyState();
+    if (refresh)
+        showRows(chosen);
+    else
+        updateListStates();
     emit entriesReloaded();
     if (!arrived.isEmpty())
         emit recordingsArrived(arrived);
+}
+
+QSet<QString> TableController::chosenRecordings()
+{
+    // In edit mode the same recordings stay selected, wherever the new rows put them: a
+    // question about them may be open, and its answer acts on the selection.
+    QSet<QString> names;
+    if (isEditing()) {
+        for (const IndexPath &indexPath : tableView()->indexPathsForSelectedRows()) {
+            if (indexPath.row < rowCount())
+                names.insert(entryAt(indexPath.row).filename);
+        }
+    }
+    return names;
+}
+
+void TableController::showRows(const QSet<QString> &chosen)
+{
+    TableView *table = tableView();
+    table->reloadData();
+    for (int row = 0; row < rowCount() && !chosen.isEmpty(); ++row) {
+        if (chosen.contains(entryAt(row).filename))
+            table->selectRowAtIndexPath({ 0, row }, false);
+    }
+    table->beginUpdates();
+    table->endUpdates();
+    if (isEditing())
+        updateToolbarButtonsVisibility();
+    updateListStates();
+}
+
+void TableController::updateListStates()
+{
+    if (BarButtonItem *edit = editButton())
+        edit->setViewAlpha(rowCount() == 0 ? 0.0 : 1.0);
+    updateEmptyState();
 }
 
 void TableController::directoryDidChange(VTDirectoryWatcher *watcher)

@@ -6,6 +6,8 @@
 #include "toolkit/TableViewController.h"
 #include "store/Entry.h"
 #include "store/RecordingList.h"
+#include "store/RecordingSearch.h"
+#include "toolkit/SearchBar.h"
 #include "store/MessagesDirectoryFollower.h"
 #include "store/VTDirectoryWatcher.h"
 
@@ -51,13 +53,22 @@ public:
     bool shouldAutorotateToInterfaceOrientation(int orientation) const { return orientation == 1; }
 
     QString messagesDirectory() const { return _messagesDirectory; }
+    // Every recording, newest first.
     const QList<Entry> &entryList() const { return m_recordings->entries(); }
+    // The rows: every recording, or those a search finds.
+    int rowCount() const
+    {
+        return m_shownRows ? int(m_shownRows->size()) : int(m_recordings->entries().size());
+    }
+    const Entry &entryAt(int row) const { return m_recordings->entries().at(recordingIndex(row)); }
+    qsizetype recordingIndex(int row) const { return m_shownRows ? (*m_shownRows)[std::size_t(row)] : row; }
+    SearchBar *searchBar() const { return m_searchBar; }
     std::optional<IndexPath> currentSelectedRowIndex() const { return selectedRowIndex; }
     // The entry of the open row, or null while no row is open.
     const Entry *openEntry() const
     {
-        return selectedRowIndex && selectedRowIndex->row < entryList().size()
-                   ? &entryList().at(selectedRowIndex->row)
+        return selectedRowIndex && selectedRowIndex->row < rowCount()
+                   ? &entryAt(selectedRowIndex->row)
                    : nullptr;
     }
     BarButtonItem *editButton() const;
@@ -72,6 +83,22 @@ public:
     // Reads the directory again, or only the names the watcher reported; answers the
     // recordings that were not listed before.
     QList<Entry> getEntries();
+    // Edit mode's chosen recordings, by file name.
+    QSet<QString> chosenRecordings();
+    // Shows the rows afresh, choosing these recordings again in edit mode.
+    void showRows(const QSet<QString> &chosen);
+    // The Edit button and the empty list's sentence, for the rows shown.
+    void updateListStates();
+
+    // Searching: Ctrl+F or pulling the list down shows the search field; what is typed
+    // filters the rows; Escape, or clearing the field, shows every recording again with the
+    // open row and the scroll position as they were before.
+    void beginSearch();
+    void endSearch();
+    void searchTextChanged(const QString &text);
+    void findAgain();
+    void transcriptsRead();
+    void stopFiltering();
     // Closes the open player, re-reads the directory and, when refresh is set, redraws the table.
     void reloadEntries(bool refresh);
 
@@ -203,6 +230,13 @@ private:
     std::unique_ptr<RecordingList> m_recordings;
     // What the watcher saw change, for the next read; none when it does not know.
     std::optional<QByteArrayList> m_changedNames;
+    QPointer<SearchBar> m_searchBar;
+    std::unique_ptr<RecordingSearch> m_search; // while the search field shows
+    // The positions in the entries of the rows shown while a query filters them.
+    std::optional<std::vector<qsizetype>> m_shownRows;
+    // The open recording and the scroll position when filtering began, to go back to.
+    QString m_openBeforeSearch;
+    int m_scrollBeforeSearch { 0 };
     QString _listError; // why the Messages directory could not be read, or empty
     QPointer<QLabel> _emptyStateLabel;
     std::unique_ptr<Monogrammer> monogrammer;

@@ -1,6 +1,7 @@
 #include "NavigationController.h"
 
 #include "NavigationBar.h"
+#include "SearchBar.h"
 #include "Toolbar.h"
 #include "ViewController.h"
 
@@ -44,6 +45,12 @@ void NavigationController::syncNavigationItems()
     m_navigationBar->setTitle(m_root->title());
     m_navigationBar->setItems(m_root->navigationItem()->leftBarButtonItem(),
                               m_root->navigationItem()->rightBarButtonItem());
+    // The search bar goes right under the navigation bar; it shows and hides itself.
+    if (SearchBar *search = m_root->navigationItem()->searchBar();
+        search && search->parentWidget() != this) {
+        static_cast<QVBoxLayout *>(layout())->insertWidget(1, search);
+        search->setBarStyle(m_navigationBar->barStyle());
+    }
 }
 
 void NavigationController::syncToolbarItems()

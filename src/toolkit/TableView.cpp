@@ -7,6 +7,7 @@
 #include <QPainter>
 #include <QPushButton>
 #include <QScrollBar>
+#include <QScrollEvent>
 #include <QScrollPrepareEvent>
 #include <QScrollerProperties>
 #include <QTouchEvent>
@@ -62,8 +63,9 @@ TableView::TableView(QWidget *parent)
     properties.setScrollMetric(QScrollerProperties::MaximumClickThroughVelocity, 0.0);
     properties.setScrollMetric(QScrollerProperties::HorizontalOvershootPolicy,
                                QVariant::fromValue(QScrollerProperties::OvershootAlwaysOff));
+    // Always, as phone lists do: a short list can still be pulled down for its search.
     properties.setScrollMetric(QScrollerProperties::VerticalOvershootPolicy,
-                               QVariant::fromValue(QScrollerProperties::OvershootWhenScrollable));
+                               QVariant::fromValue(QScrollerProperties::OvershootAlwaysOn));
     m_scroller->setScrollerProperties(properties);
     connect(m_scroller, &QScroller::stateChanged, this, &TableView::scrollerStateChanged);
 
@@ -513,6 +515,17 @@ bool TableView::event(QEvent *event)
 
 bool TableView::viewportEvent(QEvent *event)
 {
+    if (event->type() == QEvent::Scroll) {
+        // Held down past the top, as a phone list is pulled to show what sits above it.
+        const auto *scroll = static_cast<QScrollEvent *>(event);
+        if (scroll->scrollState() == QScrollEvent::ScrollStarted)
+            m_pulledDown = false;
+        if (!m_pulledDown && isDragging() && scroll->contentPos().y() <= 0 &&
+            -scroll->overshootDistance().y() >= kPullDownDistance) {
+            m_pulledDown = true;
+            emit pulledDown();
+        }
+    }
     if (event->type() == QEvent::ScrollPrepare) {
         // Sent on every press the scroller sees, before the press reaches any widget.
         const QPoint start = static_cast<QScrollPrepareEvent *>(event)->startPos().toPoint();

@@ -20,6 +20,8 @@ class TableViewCell;
 
 // A row's height when the delegate gives none.
 inline constexpr double kDefaultRowHeight = 44.0;
+// How far past its top the list is pulled before it says so (pulledDown).
+inline constexpr double kPullDownDistance = 50.0;
 
 class TableViewDataSource
 {
@@ -154,6 +156,9 @@ public:
     static constexpr int kMaxQueuedCells = 48;
 
 signals:
+    // A finger or the mouse held the list down past its top (kPullDownDistance), once per
+    // drag.
+    void pulledDown();
     // Every time cells have been placed for a new scroll position, size or height.
     void didLayoutCells();
 
@@ -244,6 +249,7 @@ private:
     int m_focusedRow { -1 };
     // The focused row is outlined until a tap, and again once the keyboard is used.
     bool m_keyboardInUse { true };
+    bool m_pulledDown { false }; // said already during this drag
     int m_deleteRow { -1 };
     QPushButton *m_deleteButton;
     QColor m_backgroundColor { Qt::transparent };

@@ -15,6 +15,12 @@ void NavigationItem::setRightBarButtonItem(BarButtonItem *item)
     emit changed();
 }
 
+void NavigationItem::setSearchBar(SearchBar *bar)
+{
+    m_searchBar = bar;
+    emit changed();
+}
+
 ViewController::ViewController(QObject *parent)
     : QObject(parent), m_navigationItem(new NavigationItem(this))
 {}

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "BarButtonItem.h"
+#include "SearchBar.h"
 
 #include <QList>
 #include <QObject>
@@ -21,6 +22,9 @@ public:
     void setLeftBarButtonItem(BarButtonItem *item);
     BarButtonItem *rightBarButtonItem() const { return m_right; }
     void setRightBarButtonItem(BarButtonItem *item);
+    // A search bar shown under the navigation bar whenever it is not hidden itself.
+    SearchBar *searchBar() const { return m_searchBar; }
+    void setSearchBar(SearchBar *bar);
 
 signals:
     void changed();
@@ -28,6 +32,7 @@ signals:
 private:
     QPointer<BarButtonItem> m_left;
     QPointer<BarButtonItem> m_right;
+    QPointer<SearchBar> m_searchBar;
 };
 
 // One screen: its view, made on first use, its navigation item, its toolbar items and its
