@@ -25,8 +25,7 @@ private slots:
     void trashDeletesSelection();
     void failedRemovalKeepsRows();
     void arrivalDuringQuestionDeletesOnlyChoice();
-    void swipeAndDeleteKey_data();
-    void swipeAndDeleteKey();
+    void deleteKeyOnARow();
     void deletingTakesADeliberateChoice_data();
     void deletingTakesADeliberateChoice();
 
@@ -225,46 +224,23 @@ void TestDeleting::arrivalDuringQuestionDeletesOnlyChoice()
     QCOMPARE(onDisk().filter(".caf").size(), 4);
 }
 
-void TestDeleting::swipeAndDeleteKey_data()
+// The keyboard's way to a row's Delete (a finger's swipe is met in the touch test).
+void TestDeleting::deleteKeyOnARow()
 {
-    QTest::addColumn<bool>("keyboard");
-    QTest::newRow("finger") << false;
-    QTest::newRow("Delete key") << true;
-}
-
-void TestDeleting::swipeAndDeleteKey()
-{
-    QFETCH(bool, keyboard);
     m_screen->open();
     TableView *table = m_screen->table();
     table->setFocus();
-    const auto revealDelete = [&](int row) {
-        if (keyboard) {
-            table->setFocusedRow(row);
-            QTest::keyClick(table, Qt::Key_Delete);
-            return;
-        }
-        const QPoint from(250, row * 54 + 27);
-        QTest::mousePress(table->viewport(), Qt::LeftButton, {}, from);
-        for (int step = 1; step <= 5; ++step)
-            TestSupport::dragTo(table->viewport(), from - QPoint(30 * step, 0));
-        QTest::mouseRelease(table->viewport(), Qt::LeftButton, {}, from - QPoint(150, 0));
-    };
-
     // An open row offers no Delete.
     m_screen->tapRow(0);
     QVERIFY(m_screen->waitForHeights({ 108, 54 }));
-    revealDelete(0);
+    QTest::keyClick(table, Qt::Key_Delete);
     QVERIFY(!table->deleteButton()->isVisible());
     m_screen->tapRow(0);
     QVERIFY(m_screen->waitForHeights({ 54, 54 }));
 
-    revealDelete(0);
+    QTest::keyClick(table, Qt::Key_Delete);
     QTRY_VERIFY(table->deleteButton()->isVisible());
-    if (keyboard)
-        QTest::keyClick(table, Qt::Key_Return);
-    else
-        QTest::mouseClick(table->deleteButton(), Qt::LeftButton);
+    QTest::keyClick(table, Qt::Key_Return);
     QTRY_VERIFY(!onDisk().contains(m_names[0]));
     QVERIFY(!onDisk().contains(QString(m_names[0]).replace(".caf", ".txt")));
     QCOMPARE(onDisk().size(), 4 + 2);
