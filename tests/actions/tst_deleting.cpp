@@ -55,15 +55,23 @@ void TestDeleting::init()
 void TestDeleting::selectRows(const QList<int> &rows)
 {
     press("Edit");
-    // Every row: the way a user selects them all.
+    QVERIFY(!m_screen->list()->trashButton()->isEnabled());
+    const auto title = [&] { return m_screen->navigation()->navigationBar()->leftButton()->text(); };
+    // Every row: the way a user selects them all, after changing their mind once.
     if (rows.size() == m_names.size()) {
         press("Select All");
-        QCOMPARE(m_screen->navigation()->navigationBar()->leftButton()->text(), "Deselect All");
+        QCOMPARE(title(), "Deselect All");
+        press("Deselect All");
+        QVERIFY(!m_screen->list()->shareButton()->isEnabled());
+        press("Select All");
         QVERIFY(m_screen->list()->shareButton()->isEnabled());
         return;
     }
+    // Rows tapped in edit mode are chosen, never opened.
     for (const int row : rows)
         m_screen->tapRow(row);
+    QVERIFY(m_screen->waitForHeights(QList<int>(m_names.size(), 54)));
+    QCOMPARE(title(), "Select All");
     // Each chosen row, and only those, shows a filled check mark at its left.
     for (int row = 0; row < m_names.size(); ++row)
         QCOMPARE(TestSupport::draws(m_screen->cell(row), QRect(12, 15, 26, 26),
@@ -178,6 +186,11 @@ void TestDeleting::trashDeletesSelection()
     QCOMPARE(m_screen->list()->isEditing(), stillEditing);
     QCOMPARE(m_screen->navigation()->navigationBar()->leftButton()->text(),
              stillEditing ? "Select All" : "Edit");
+    if (stillEditing) {
+        press("Done");
+        QTRY_COMPARE(m_screen->navigation()->navigationBar()->leftButton()->text(), "Edit");
+        QVERIFY(m_screen->navigation()->isToolbarHidden());
+    }
 }
 
 void TestDeleting::failedRemovalKeepsRows()

@@ -38,7 +38,6 @@ private slots:
     void rowsShowOnlyTheirOwnTranscripts_data();
     void rowsShowOnlyTheirOwnTranscripts();
     void rowsReadThroughAccessibility();
-    void editModeSelectsWithoutOpening();
     void settingsButton_data();
     void settingsButton();
 
@@ -506,34 +505,6 @@ void TestRows::rowsReadThroughAccessibility()
     QVERIFY(m_screen->waitForHeights({ 108, 54, 54 }));
     QTRY_VERIFY(m_screen->cell(0)->readerView()->isVisible());
     QCOMPARE(m_screen->cell(0)->readerView()->toPlainText(), "Hi, it's Daniel. Call me back.");
-}
-
-void TestRows::editModeSelectsWithoutOpening()
-{
-    m_screen->open();
-    NavigationBar *bar = m_screen->navigation()->navigationBar();
-    QTest::mouseClick(bar->leftButton(), Qt::LeftButton);
-    QTRY_COMPARE(bar->leftButton()->text(), "Select All");
-    QVERIFY(!m_screen->list()->trashButton()->isEnabled());
-
-    // The title follows the selection made by hand, row by row.
-    m_screen->tapRow(0);
-    QVERIFY(m_screen->waitForHeights({ 54, 54, 54 }));
-    QVERIFY(m_screen->list()->trashButton()->isEnabled());
-    QCOMPARE(bar->leftButton()->text(), "Select All");
-    m_screen->tapRow(1);
-    m_screen->tapRow(2);
-    QCOMPARE(bar->leftButton()->text(), "Deselect All");
-    m_screen->tapRow(1);
-    QCOMPARE(bar->leftButton()->text(), "Select All");
-    m_screen->tapRow(1);
-    QTest::mouseClick(bar->leftButton(), Qt::LeftButton); // "Deselect All"
-    QVERIFY(m_screen->table()->indexPathsForSelectedRows().isEmpty());
-    QVERIFY(!m_screen->list()->shareButton()->isEnabled());
-
-    QTest::mouseClick(bar->rightButton(), Qt::LeftButton);
-    QTRY_COMPARE(bar->leftButton()->text(), "Edit");
-    QVERIFY(m_screen->navigation()->isToolbarHidden());
 }
 
 void TestRows::settingsButton_data()
