@@ -56,7 +56,8 @@ void TestDeleting::selectRows(const QList<int> &rows)
 {
     press("Edit");
     QVERIFY(!m_screen->list()->trashButton()->isEnabled());
-    const auto title = [&] { return m_screen->navigation()->navigationBar()->leftButton()->text(); };
+    NavigationBar *bar = m_screen->navigation()->navigationBar();
+    const auto title = [bar] { return bar->leftButton()->text(); };
     // Every row: the way a user selects them all, after changing their mind once.
     if (rows.size() == m_names.size()) {
         press("Select All");
@@ -85,27 +86,25 @@ void TestDeleting::removesOnlyWhatWasChosen_data()
     QTest::addColumn<QString>("chosen");
     QTest::addColumn<QStringList>("left");
     QTest::addColumn<bool>("removed");
+    const auto row = [](const char *tag, const QStringList &present, const QString &chosen,
+                        const QStringList &left, bool removed) {
+        QTest::newRow(tag) << present << chosen << left << removed;
+    };
     const QString caller = "msg-_TEL-_x-_d";
-    QTest::newRow("transcript goes too") << QStringList { caller + ".caf", caller + ".txt" }
-                                         << caller + ".caf" << QStringList() << true;
-    QTest::newRow(".caf twice") << QStringList { "a.caf.caf", "a.txt.txt", "a.caf.txt" }
-                                << "a.caf.caf" << QStringList { "a.caf.txt" } << true;
-    QTest::newRow("shell characters") << QStringList { "it's \"$HOME\"; rm *\n.caf" }
-                                      << "it's \"$HOME\"; rm *\n.caf" << QStringList() << true;
+    row("transcript goes too", { caller + ".caf", caller + ".txt" }, caller + ".caf", {}, true);
+    row(".caf twice", { "a.caf.caf", "a.txt.txt", "a.caf.txt" }, "a.caf.caf", { "a.caf.txt" },
+        true);
+    const QString shell = "it's \"$HOME\"; rm *\n.caf";
+    row("shell characters", { shell }, shell, {}, true);
     // The name as listed is the file; a decoded name that differs is some other file.
-    QTest::newRow("escape decoded")
-        << QStringList { "a%41.caf" } << "a%41.caf" << QStringList { "a%41.caf" } << false;
-    QTest::newRow("escape names another recording")
-        << QStringList { "a b.caf", "a%20b.caf" } << "a%20b.caf"
-        << QStringList { "a b.caf", "a%20b.caf" } << false;
-    QTest::newRow("bad escape") << QStringList { "50%off.caf" } << "50%off.caf"
-                                << QStringList { "50%off.caf" } << false;
-    QTest::newRow("escape to bytes that are no text")
-        << QStringList() << "%FF.caf" << QStringList() << false;
-    QTest::newRow("escaped slash") << QStringList() << "..%2Fsecret.caf" << QStringList() << false;
-    QTest::newRow("escaped parent") << QStringList() << "%2E%2E" << QStringList() << false;
-    QTest::newRow("folder") << QStringList { "dir.caf/inner" } << "dir.caf"
-                            << QStringList { "dir.caf", "dir.caf/inner" } << false;
+    row("escape decoded", { "a%41.caf" }, "a%41.caf", { "a%41.caf" }, false);
+    row("escape names another recording", { "a b.caf", "a%20b.caf" }, "a%20b.caf",
+        { "a b.caf", "a%20b.caf" }, false);
+    row("bad escape", { "50%off.caf" }, "50%off.caf", { "50%off.caf" }, false);
+    row("escape to bytes that are no text", {}, "%FF.caf", {}, false);
+    row("escaped slash", {}, "..%2Fsecret.caf", {}, false);
+    row("escaped parent", {}, "%2E%2E", {}, false);
+    row("folder", { "dir.caf/inner" }, "dir.caf", { "dir.caf", "dir.caf/inner" }, false);
 }
 
 void TestDeleting::removesOnlyWhatWasChosen()
