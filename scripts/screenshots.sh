@@ -16,7 +16,7 @@ trap 'kill "${children[@]}" 2>/dev/null || true; rm -rf "$runtime"' EXIT
 export PULSE_SERVER="unix:$runtime/native"
 for _ in $(seq 50); do pactl info >/dev/null 2>&1 && break; sleep 0.1; done
 QT_QPA_PLATFORM=offscreen TZ=America/New_York LANG=en_US.UTF-8 LC_ALL=en_US.UTF-8 \
-    dbus-run-session -- ./build/tests/make_screenshots docs
+    dbus-run-session -- ./build/tools/make_screenshots docs
 
 phone=$runtime/phone
 mkdir -m 700 "$phone"

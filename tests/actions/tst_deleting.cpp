@@ -25,8 +25,7 @@ private slots:
     void trashDeletesSelection();
     void failedRemovalKeepsRows();
     void arrivalDuringQuestionDeletesOnlyChoice();
-    void swipeAndDeleteKey_data();
-    void swipeAndDeleteKey();
+    void deleteKeyOnARow();
     void deletingTakesADeliberateChoice_data();
     void deletingTakesADeliberateChoice();
 
@@ -56,15 +55,24 @@ void TestDeleting::init()
 void TestDeleting::selectRows(const QList<int> &rows)
 {
     press("Edit");
-    // Every row: the way a user selects them all.
+    QVERIFY(!m_screen->list()->trashButton()->isEnabled());
+    NavigationBar *bar = m_screen->navigation()->navigationBar();
+    const auto title = [bar] { return bar->leftButton()->text(); };
+    // Every row: the way a user selects them all, after changing their mind once.
     if (rows.size() == m_names.size()) {
         press("Select All");
-        QCOMPARE(m_screen->navigation()->navigationBar()->leftButton()->text(), "Deselect All");
+        QCOMPARE(title(), "Deselect All");
+        press("Deselect All");
+        QVERIFY(!m_screen->list()->shareButton()->isEnabled());
+        press("Select All");
         QVERIFY(m_screen->list()->shareButton()->isEnabled());
         return;
     }
+    // Rows tapped in edit mode are chosen, never opened.
     for (const int row : rows)
         m_screen->tapRow(row);
+    QVERIFY(m_screen->waitForHeights(QList<int>(m_names.size(), 54)));
+    QCOMPARE(title(), "Select All");
     // Each chosen row, and only those, shows a filled check mark at its left.
     for (int row = 0; row < m_names.size(); ++row)
         QCOMPARE(TestSupport::draws(m_screen->cell(row), QRect(12, 15, 26, 26),
@@ -78,27 +86,25 @@ void TestDeleting::removesOnlyWhatWasChosen_data()
     QTest::addColumn<QString>("chosen");
     QTest::addColumn<QStringList>("left");
     QTest::addColumn<bool>("removed");
+    const auto row = [](const char *tag, const QStringList &present, const QString &chosen,
+                        const QStringList &left, bool removed) {
+        QTest::newRow(tag) << present << chosen << left << removed;
+    };
     const QString caller = "msg-_TEL-_x-_d";
-    QTest::newRow("transcript goes too") << QStringList { caller + ".caf", caller + ".txt" }
-                                         << caller + ".caf" << QStringList() << true;
-    QTest::newRow(".caf twice") << QStringList { "a.caf.caf", "a.txt.txt", "a.caf.txt" }
-                                << "a.caf.caf" << QStringList { "a.caf.txt" } << true;
-    QTest::newRow("shell characters") << QStringList { "it's \"$HOME\"; rm *\n.caf" }
-                                      << "it's \"$HOME\"; rm *\n.caf" << QStringList() << true;
+    row("transcript goes too", { caller + ".caf", caller + ".txt" }, caller + ".caf", {}, true);
+    row(".caf twice", { "a.caf.caf", "a.txt.txt", "a.caf.txt" }, "a.caf.caf", { "a.caf.txt" },
+        true);
+    const QString shell = "it's \"$HOME\"; rm *\n.caf";
+    row("shell characters", { shell }, shell, {}, true);
     // The name as listed is the file; a decoded name that differs is some other file.
-    QTest::newRow("escape decoded")
-        << QStringList { "a%41.caf" } << "a%41.caf" << QStringList { "a%41.caf" } << false;
-    QTest::newRow("escape names another recording")
-        << QStringList { "a b.caf", "a%20b.caf" } << "a%20b.caf"
-        << QStringList { "a b.caf", "a%20b.caf" } << false;
-    QTest::newRow("bad escape") << QStringList { "50%off.caf" } << "50%off.caf"
-                                << QStringList { "50%off.caf" } << false;
-    QTest::newRow("escape to bytes that are no text")
-        << QStringList() << "%FF.caf" << QStringList() << false;
-    QTest::newRow("escaped slash") << QStringList() << "..%2Fsecret.caf" << QStringList() << false;
-    QTest::newRow("escaped parent") << QStringList() << "%2E%2E" << QStringList() << false;
-    QTest::newRow("folder") << QStringList { "dir.caf/inner" } << "dir.caf"
-                            << QStringList { "dir.caf", "dir.caf/inner" } << false;
+    row("escape decoded", { "a%41.caf" }, "a%41.caf", { "a%41.caf" }, false);
+    row("escape names another recording", { "a b.caf", "a%20b.caf" }, "a%20b.caf",
+        { "a b.caf", "a%20b.caf" }, false);
+    row("bad escape", { "50%off.caf" }, "50%off.caf", { "50%off.caf" }, false);
+    row("escape to bytes that are no text", {}, "%FF.caf", {}, false);
+    row("escaped slash", {}, "..%2Fsecret.caf", {}, false);
+    row("escaped parent", {}, "%2E%2E", {}, false);
+    row("folder", { "dir.caf/inner" }, "dir.caf", { "dir.caf", "dir.caf/inner" }, false);
 }
 
 void TestDeleting::removesOnlyWhatWasChosen()
@@ -179,6 +185,11 @@ void TestDeleting::trashDeletesSelection()
     QCOMPARE(m_screen->list()->isEditing(), stillEditing);
     QCOMPARE(m_screen->navigation()->navigationBar()->leftButton()->text(),
              stillEditing ? "Select All" : "Edit");
+    if (stillEditing) {
+        press("Done");
+        QTRY_COMPARE(m_screen->navigation()->navigationBar()->leftButton()->text(), "Edit");
+        QVERIFY(m_screen->navigation()->isToolbarHidden());
+    }
 }
 
 void TestDeleting::failedRemovalKeepsRows()
@@ -225,46 +236,23 @@ void TestDeleting::arrivalDuringQuestionDeletesOnlyChoice()
     QCOMPARE(onDisk().filter(".caf").size(), 4);
 }
 
-void TestDeleting::swipeAndDeleteKey_data()
+// The keyboard's way to a row's Delete (a finger's swipe is met in the touch test).
+void TestDeleting::deleteKeyOnARow()
 {
-    QTest::addColumn<bool>("keyboard");
-    QTest::newRow("finger") << false;
-    QTest::newRow("Delete key") << true;
-}
-
-void TestDeleting::swipeAndDeleteKey()
-{
-    QFETCH(bool, keyboard);
     m_screen->open();
     TableView *table = m_screen->table();
     table->setFocus();
-    const auto revealDelete = [&](int row) {
-        if (keyboard) {
-            table->setFocusedRow(row);
-            QTest::keyClick(table, Qt::Key_Delete);
-            return;
-        }
-        const QPoint from(250, row * 54 + 27);
-        QTest::mousePress(table->viewport(), Qt::LeftButton, {}, from);
-        for (int step = 1; step <= 5; ++step)
-            TestSupport::dragTo(table->viewport(), from - QPoint(30 * step, 0));
-        QTest::mouseRelease(table->viewport(), Qt::LeftButton, {}, from - QPoint(150, 0));
-    };
-
     // An open row offers no Delete.
     m_screen->tapRow(0);
     QVERIFY(m_screen->waitForHeights({ 108, 54 }));
-    revealDelete(0);
+    QTest::keyClick(table, Qt::Key_Delete);
     QVERIFY(!table->deleteButton()->isVisible());
     m_screen->tapRow(0);
     QVERIFY(m_screen->waitForHeights({ 54, 54 }));
 
-    revealDelete(0);
+    QTest::keyClick(table, Qt::Key_Delete);
     QTRY_VERIFY(table->deleteButton()->isVisible());
-    if (keyboard)
-        QTest::keyClick(table, Qt::Key_Return);
-    else
-        QTest::mouseClick(table->deleteButton(), Qt::LeftButton);
+    QTest::keyClick(table, Qt::Key_Return);
     QTRY_VERIFY(!onDisk().contains(m_names[0]));
     QVERIFY(!onDisk().contains(QString(m_names[0]).replace(".caf", ".txt")));
     QCOMPARE(onDisk().size(), 4 + 2);

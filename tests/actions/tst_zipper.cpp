@@ -32,7 +32,6 @@ class TestZipper : public QObject
 private slots:
     void init();
     void archivesNamesAsTheyAre();
-    void nothingToArchive();
 
 private:
     std::unique_ptr<QTemporaryDir> m_root;
@@ -80,15 +79,6 @@ void TestZipper::archivesNamesAsTheyAre()
     QVERIFY2(log[0].endsWith("zip destination path " + m_destination + ", path " + names[0]),
              qPrintable(log[0]));
     QVERIFY2(log[1].contains(QRegularExpression("PD [1-9][0-9]* result 0$")), qPrintable(log[1]));
-}
-
-void TestZipper::nothingToArchive()
-{
-    QVERIFY(TestSupport::writeFile(m_destination, "an older archive"));
-    VantrelFileZipper zipper(m_messages);
-    QVERIFY(!zipper.zipSourceFilePaths({}, m_destination, false, &m_recorder));
-    QCOMPARE(m_recorder.calls, (QStringList { "start", "failed" }));
-    QVERIFY(!QFile::exists(m_destination));
 }
 
 QTEST_GUILESS_MAIN(TestZipper)

@@ -278,23 +278,6 @@ private slots:
         QVERIFY(decoder.atEnd() || decoder.hasError());
     }
 
-    void decodesTheDemoRecordings()
-    {
-        const QDir samples(TestSupport::samplesDirectory());
-        const QStringList names = samples.entryList({ "*.caf" });
-        QCOMPARE(names.size(), 8);
-        for (const QString &name : names) {
-            AudioDecoder decoder({ 48000, 2, Sample::Int16 });
-            QVERIFY2(decoder.open(samples.filePath(name)), qPrintable(decoder.errorString()));
-            QCOMPARE_GT(decoder.duration(), 1.0);
-            const QVector<float> all = readAll(decoder);
-            QVERIFY2(!decoder.hasError(), qPrintable(decoder.errorString()));
-            QCOMPARE_LT(std::abs(all.size() / 48000.0 - decoder.duration()), 0.05);
-            const auto [low, high] = std::minmax_element(all.begin(), all.end());
-            QCOMPARE_GT(std::max(-*low, *high), 0.05f); // a voice, not silence
-        }
-    }
-
 private:
     QString file(const QString &name) const { return m_dir.filePath(name); }
     QTemporaryDir m_dir;

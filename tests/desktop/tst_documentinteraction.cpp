@@ -418,8 +418,6 @@ private slots:
             { "Share", "Cancel", "Done" }, once);
         row("Save a Copy…, Escape in the dialog, then Copy", archive, listing,
             { "Share", "Save a Copy…", "Escape", "Share", "Copy", "Done" }, twice, -1, true);
-        row("Copy, then Copy again", archive, listing, { "Share", "Copy", "Share", "Copy", "Done" },
-            twice, -1, true);
         row("Open, then Mail", archive, listing, { "Share", "Open", "Share", "Mail", "Done" },
             { "sent to vantrel-test-archiver.desktop", "options", "options", "preview" });
         row("portal cancelled, then Copy", archive, listing,

@@ -23,8 +23,7 @@ private slots:
     void aFlickCoastsAndBouncesAtTheEnd_data();
     void aFlickCoastsAndBouncesAtTheEnd();
     void aLeftSwipeRevealsDelete();
-    void panningTheKnob_data();
-    void panningTheKnob();
+    void aDownwardPanOnTheKnobScrubsNothing();
     void smallControlsTakeAFingertip_data();
     void smallControlsTakeAFingertip();
 
@@ -177,28 +176,20 @@ void TestTouch::aLeftSwipeRevealsDelete()
     QTRY_VERIFY(m_screen->cell(1)->filePath() != name);
 }
 
-void TestTouch::panningTheKnob_data()
+// A finger that sets off downwards from the knob moves the list's way, never the recording's
+// (sideways, it scrubs: below, beside a fingertip's reach of it).
+void TestTouch::aDownwardPanOnTheKnobScrubsNothing()
 {
-    QTest::addColumn<QPoint>("step"); // each of five moves of the finger from the knob
-    QTest::addColumn<bool>("scrubs");
-    QTest::newRow("sideways") << QPoint(12, 1) << true;
-    QTest::newRow("downwards") << QPoint(1, 12) << false;
-}
-
-void TestTouch::panningTheKnob()
-{
-    QFETCH(QPoint, step);
-    QFETCH(bool, scrubs);
     openWithPlayer(0);
     if (QTest::currentTestFailed())
         return;
     QWidget *knob = player()->progressView()->findChild<QWidget *>("knob");
     QList<QPoint> path;
     for (int i = 0; i <= 5; ++i)
-        path << knob->rect().center() + step * i;
+        path << knob->rect().center() + QPoint(1, 12) * i;
     touch(path, knob);
-    QCoreApplication::processEvents(); // each scrub step comes queued after its move
-    QTRY_COMPARE(player()->progressView()->elapsedText() != "0:00", scrubs);
+    QCoreApplication::processEvents(); // a scrub step would come queued after its move
+    QCOMPARE(player()->progressView()->elapsedText(), "0:00");
     QCOMPARE(m_screen->cell(0)->height(), 108);
 }
 

@@ -26,7 +26,7 @@ public:
     int numberOfRowsInSection(int) override { return count; }
     TableViewCell *cellForRowAtIndexPath(const IndexPath &indexPath) override
     {
-        const QString identifier = perRowIdentifiers ? QString::number(indexPath.row) : "row";
+        const QString identifier = QString::number(indexPath.row); // one per row, as the list has
         auto *cell = static_cast<Cell *>(m_table->dequeueReusableCellWithIdentifier(identifier));
         if (!cell) {
             cell = new Cell(TableViewCell::Style::Subtitle, identifier, m_table->viewport());
@@ -43,7 +43,6 @@ public:
     TableView *m_table;
     int count = 200;
     double height = 54;
-    bool perRowIdentifiers = false;
     QSet<int> kept;
     QList<int> selected;
     int buttonClicks = 0;
@@ -209,24 +208,20 @@ void TestTableView::pageKeysMoveAScreenOfRowsOfAnyHeight()
 
 void TestTableView::keptCellsComeBack_data()
 {
-    QTest::addColumn<bool>("perRowIdentifiers");
     QTest::addColumn<bool>("select");
     QTest::addColumn<bool>("keep");
     QTest::addColumn<bool>("comesBack");
-    QTest::newRow("selected row") << true << true << false << true;
-    QTest::newRow("selected row, identifier shared by all rows") << false << true << false << true;
-    QTest::newRow("cell that cannot be evicted") << true << false << true << true;
-    QTest::newRow("any other row's cell is evicted") << true << false << false << false;
+    QTest::newRow("selected row") << true << false << true;
+    QTest::newRow("cell that cannot be evicted") << false << true << true;
+    QTest::newRow("any other row's cell is evicted") << false << false << false;
 }
 
 void TestTableView::keptCellsComeBack()
 {
-    QFETCH(bool, perRowIdentifiers);
     QFETCH(bool, select);
     QFETCH(bool, keep);
     QFETCH(bool, comesBack);
     m_rows->count = 3000;
-    m_rows->perRowIdentifiers = perRowIdentifiers;
     if (keep)
         m_rows->kept = { 2 };
     m_table->reloadData();
