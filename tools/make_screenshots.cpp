@@ -8,6 +8,7 @@
 #include "app/DemoDirectory.h"
 #include "app/VantrelApplication.h"
 #include "list/TableController.h"
+#include "toolkit/SearchBar.h"
 #include "list/VTCell.h"
 #include "toolkit/AlertController.h"
 #include "toolkit/BarButtonItem.h"
@@ -19,6 +20,7 @@
 #include <QPushButton>
 #include <QScrollBar>
 #include <QTemporaryDir>
+#include <QLineEdit>
 #include <QTest>
 #include <cstdio>
 
@@ -84,6 +86,15 @@ int main(int argc, char *argv[])
     QTest::mouseClick(cell->readButton(), Qt::LeftButton);
     ok = save(window, output + "/transcript.png") && ok;
     QTest::mouseClick(cell->readButton(), Qt::LeftButton);
+
+    // Searching: Ctrl+F, then a word that two of the transcripts hold.
+    QTest::keySequence(window, QKeySequence::Find);
+    QLineEdit *field = application.tableController()->searchBar()->field();
+    QTest::keyClicks(field, QStringLiteral("call me"));
+    if (!QTest::qWaitFor([&] { return application.tableController()->rowCount() == 2; }))
+        std::fprintf(stderr, "the search did not find the transcripts\n");
+    ok = save(window, output + "/search.png") && ok;
+    QTest::keyClick(field, Qt::Key_Escape);
 
     // Edit mode with three recordings chosen.
     TableController *list = application.tableController();

@@ -17,8 +17,9 @@ const QString kPlay = QStringLiteral("play");
 const QString kCallBack = QStringLiteral("call-back");
 } // namespace
 
-NewRecordingNotifier::NewRecordingNotifier(QWidget *window, QObject *parent)
-    : QObject(parent), m_window(window)
+NewRecordingNotifier::NewRecordingNotifier(QWidget *window, std::function<qsizetype()> unheard,
+                                           QObject *parent)
+    : QObject(parent), m_window(window), m_unheard(std::move(unheard))
 {
     m_pace.setInterval(kPaceMs);
     connect(&m_pace, &QTimer::timeout, this, &NewRecordingNotifier::showNext);
@@ -50,7 +51,7 @@ void NewRecordingNotifier::showNext()
         return;
     }
     const Entry entry = m_waiting.takeFirst();
-    LauncherBadge::setApplicationIconBadgeNumber(++m_count);
+    LauncherBadge::setApplicationIconBadgeNumber(int(m_unheard()));
 
     const QString caller = entry.name.isEmpty() ? entry.address : entry.name;
     const QString time =

@@ -7,10 +7,12 @@
 #include <QObject>
 #include <QPointer>
 #include <QTimer>
+#include <functional>
 
 // Tells the desktop of each recording that arrives while the window is not the active one:
 // a "New voicemail" notification (org.freedesktop.Notifications) with the caller and the
-// time and the actions "Play" and "Call back", and the launcher badge counting them. It hears
+// time and the actions "Play" and "Call back", and the launcher badge counting what is
+// unheard. It hears
 // of arrivals from the list, which knows what it listed before. A burst is shown one notification at a time, a few a
 // second at most. Without a notification server only the badge counts.
 class NewRecordingNotifier : public QObject
@@ -20,10 +22,9 @@ public:
     // Notifications shown per second at most, so that a burst does not flood the screen.
     static constexpr int kPaceMs = 350;
 
-    explicit NewRecordingNotifier(QWidget *window, QObject *parent = nullptr);
-
-    // The badge was cleared: arrivals are counted again from nothing.
-    void clearCount() { m_count = 0; }
+    // unheard answers how many listed recordings nobody has listened to: the badge's number.
+    NewRecordingNotifier(QWidget *window, std::function<qsizetype()> unheard,
+                         QObject *parent = nullptr);
 
 signals:
     // The person chose an action of a recording's notification.
@@ -45,6 +46,6 @@ private:
     QList<Entry> m_waiting;     // arrived, not yet shown
     QHash<uint, Entry> m_shown; // by notification id, until it closes
     QTimer m_pace;
-    int m_count { 0 };
+    std::function<qsizetype()> m_unheard;
     bool m_serverMissingLogged { false };
 };

@@ -94,7 +94,8 @@ void VantrelApplication::applicationDidFinishLaunching()
                                                    [list] { return list->openEntry(); });
     connect(m_mediaPlayer.get(), &MediaPlayer2::raiseRequested, this,
             &VantrelApplication::raiseWindow);
-    m_notifier = std::make_unique<NewRecordingNotifier>(_window.get());
+    m_notifier = std::make_unique<NewRecordingNotifier>(_window.get(),
+                                                        [list] { return list->unheardCount(); });
     connect(list, &TableController::recordingsArrived, m_notifier.get(),
             &NewRecordingNotifier::recordingsArrived);
     connect(m_notifier.get(), &NewRecordingNotifier::playRequested, this,
@@ -158,8 +159,6 @@ void VantrelApplication::appBecameForeground()
 void VantrelApplication::reloadEntriesInTable()
 {
     LauncherBadge::setApplicationIconBadgeNumber(0);
-    if (m_notifier)
-        m_notifier->clearCount();
     if (_tableController)
         _tableController->reloadEntries(true);
 }

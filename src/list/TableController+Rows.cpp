@@ -69,7 +69,11 @@ TableViewCell *TableController::cellForRowAtIndexPath(const IndexPath &indexPath
     setTextColor(cell->detailTextLabel(), Qt::lightGray);
 
     cell->setAccessibleName(entry.name);
-    cell->setAccessibleDescription(entry.detailText());
+    const bool unheard = !m_heard->isHeard(entry.filename);
+    cell->setUnheard(unheard);
+    // The dot said in words, first, as a screen reader meets the row.
+    cell->setAccessibleDescription(unheard ? QStringLiteral("unheard, %1").arg(entry.detailText())
+                                           : entry.detailText());
     cell->phoneButton()->setAccessibleName(QStringLiteral("Call back %1").arg(entry.name));
     cell->layoutSubviews();
     return cell;

@@ -48,9 +48,12 @@ TableController::TableController(const QString &messagesDirectory,
     // and made again, the list goes live as soon as it is there again.
     directoryFollower = std::make_unique<MessagesDirectoryFollower>(_messagesDirectory, this);
 
+    m_heard = std::make_unique<HeardRecordings>(_messagesDirectory);
     getEntries();
 
     _playerController = std::make_unique<VantrelPlayer>(_messagesDirectory);
+    connect(_playerController.get(), &VantrelPlayer::recordingHeard, this,
+            &TableController::recordingHeard);
 
     recordingSharer = std::make_unique<RecordingSharer>(_messagesDirectory);
     connect(recordingSharer.get(), &RecordingSharer::zippingStarted, this,
@@ -284,6 +287,24 @@ void TableController::directoryDidChange(VTDirectoryWatcher *watcher)
             m_changedNames = std::move(changes.names);
     }
     reloadEntries(true);
+}
+
+void TableController::recordingHeard(const QString &fileName)
+{
+    m_heard->markHeard(fileName, entryList());
+    for (TableViewCell *visible : tableView()->visibleCells()) {
+        auto *cell = qobject_cast<VTCell *>(visible);
+        if (cell && cell->filePath() == fileName) {
+            cell->setUnheard(false);
+            cell->setAccessibleDescription(cell->detailTextLabel()->text());
+        }
+    }
+    emit unheardCountChanged();
+}
+
+qsizetype TableController::unheardCount() const
+{
+    return m_heard->unheardCount(entryList());
 }
 
 const Contact *TableController::existingContactForAddress(const QString &address)

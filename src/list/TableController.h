@@ -5,6 +5,7 @@
 #include "contacts/Monogrammer.h"
 #include "toolkit/TableViewController.h"
 #include "store/Entry.h"
+#include "store/HeardRecordings.h"
 #include "store/RecordingList.h"
 #include "store/RecordingSearch.h"
 #include "toolkit/SearchBar.h"
@@ -63,6 +64,8 @@ public:
     const Entry &entryAt(int row) const { return m_recordings->entries().at(recordingIndex(row)); }
     qsizetype recordingIndex(int row) const { return m_shownRows ? (*m_shownRows)[std::size_t(row)] : row; }
     SearchBar *searchBar() const { return m_searchBar; }
+    // The recordings listed that nobody has listened to yet.
+    qsizetype unheardCount() const;
     std::optional<IndexPath> currentSelectedRowIndex() const { return selectedRowIndex; }
     // The entry of the open row, or null while no row is open.
     const Entry *openEntry() const
@@ -146,12 +149,15 @@ public:
                             const IndexPath &indexPath) override;
 
     void directoryDidChange(VTDirectoryWatcher *watcher) override;
+    void recordingHeard(const QString &fileName);
 
 signals:
     // The entries were read again from the directory.
     void entriesReloaded();
     // Recordings that were not listed before the read just done, newest first.
     void recordingsArrived(const QList<Entry> &entries);
+    // A recording has been heard.
+    void unheardCountChanged();
 
 public:
     // The share sheet's previews show over this screen; the end of the last of a sheet's
@@ -230,6 +236,7 @@ private:
     std::unique_ptr<RecordingList> m_recordings;
     // What the watcher saw change, for the next read; none when it does not know.
     std::optional<QByteArrayList> m_changedNames;
+    std::unique_ptr<HeardRecordings> m_heard;
     QPointer<SearchBar> m_searchBar;
     std::unique_ptr<RecordingSearch> m_search; // while the search field shows
     // The positions in the entries of the rows shown while a query filters them.

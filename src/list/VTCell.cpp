@@ -6,6 +6,7 @@
 #include "toolkit/View.h"
 
 #include <QEvent>
+#include <QPainter>
 #include <QTimer>
 #include <algorithm>
 
@@ -26,13 +27,40 @@ constexpr double kPlayerHeight = 53.5;
 constexpr int kReaderFontSize = 13;
 // A cell is made at the size the phone gives a new cell, and laid out again once placed.
 constexpr int kInitialCellHeight = 44;
+constexpr int kDotSize = 8;
+constexpr int kDotGap = 2; // between the dot and the monogram
+// The phone's own blue for what is new; brighter than the focus ring, which it never touches.
+const QColor kDotColor { 10, 132, 255 };
+
+// The unheard mark: a round dot in the margin before the monogram.
+class UnheardDot : public QWidget
+{
+public:
+    explicit UnheardDot(QWidget *parent) : QWidget(parent)
+    {
+        setFixedSize(kDotSize, kDotSize);
+        setAttribute(Qt::WA_TransparentForMouseEvents);
+    }
+
+protected:
+    void paintEvent(QPaintEvent *) override
+    {
+        QPainter painter(this);
+        painter.setRenderHint(QPainter::Antialiasing);
+        painter.setPen(Qt::NoPen);
+        painter.setBrush(kDotColor);
+        painter.drawEllipse(QRectF(rect()));
+    }
+};
 } // namespace
 
 VTCell::VTCell(Style style, const QString &reuseIdentifier, TableController *target,
                QWidget *parent)
     : TableViewCell(style, reuseIdentifier, parent), m_readButton(new Button(contentView())),
-      m_phoneButton(new Button(contentView())), m_playerView(new QWidget(contentView()))
+      m_phoneButton(new Button(contentView())), m_playerView(new QWidget(contentView())),
+      m_unheardDot(new UnheardDot(contentView()))
 {
+    m_unheardDot->hide();
     resize(Screen::mainScreenBounds().width(), kInitialCellHeight);
     TableViewCell::layoutSubviews();
     const QWidget *content = contentView();
@@ -162,6 +190,16 @@ bool VTCell::eventFilter(QObject *watched, QEvent *event)
     return TableViewCell::eventFilter(watched, event);
 }
 
+bool VTCell::isUnheard() const
+{
+    return !m_unheardDot->isHidden();
+}
+
+void VTCell::setUnheard(bool unheard)
+{
+    m_unheardDot->setVisible(unheard);
+}
+
 void VTCell::layoutSubviews()
 {
     TableViewCell::layoutSubviews();
@@ -172,6 +210,8 @@ void VTCell::layoutSubviews()
     text->move(text->x(), kTextTop);
     detail->move(detail->x(), qRound(kDetailTop));
     imageView()->move(imageView()->x(), kImageTop);
+    m_unheardDot->move(imageView()->x() - kDotSize - kDotGap,
+                       kImageTop + (imageView()->height() - kDotSize) / 2);
 
     m_playerView->setGeometry(QRectF(0, kPlayerTop, width(), kPlayerHeight).toRect());
     setAlpha(m_playerView, hasPlayer() ? 1.0 : 0.0);

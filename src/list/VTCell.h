@@ -26,6 +26,10 @@ public:
     Button *readButton() const { return m_readButton; }
     Button *phoneButton() const { return m_phoneButton; }
 
+    // A recording never listened to shows a dot beside its row.
+    bool isUnheard() const;
+    void setUnheard(bool unheard);
+
     bool hasText() const { return m_hasText; }
     void setHasText(bool hasText) { m_hasText = hasText; }
     // A mark only: this row was last made the current player row.
@@ -76,6 +80,7 @@ private:
     mutable QPointer<QTextBrowser> m_readerView;
     QWidget *m_playerView;
     bool m_hasText { false };
+    QWidget *m_unheardDot;
     bool m_isCurrentPlayerCell { false };
     int m_fileDuration { 0 };
     int m_fileSize { 0 };

@@ -9,6 +9,7 @@
 #include "toolkit/View.h"
 
 #include <QEvent>
+#include <algorithm>
 #include <QLabel>
 
 namespace {
@@ -207,6 +208,9 @@ void VantrelPlayer::setupPlayerForCell(PlayerCell *cell)
     resetErrorView();
     m_urlString =
         filePath.isNull() ? QString() : m_messagesDirectory.filePath(filePath);
+    m_recordingName = filePath;
+    m_listenedMs = 0;
+    m_heardTold = false;
     // The recording opens on the player's thread; the row learns which way it went.
     m_player = makePlayer();
     const QPointer<QWidget> playerView = cell->playerView();
@@ -286,6 +290,7 @@ void VantrelPlayer::didLoadForPlay(bool ok)
 
 QTimer *VantrelPlayer::scheduleScrubberTimer()
 {
+    m_sinceTick.start();
     auto *timer = new QTimer(this);
     timer->setTimerType(Qt::PreciseTimer);
     timer->setInterval(kScrubberIntervalMs);
@@ -331,6 +336,17 @@ void VantrelPlayer::seekTo(double seconds)
 void VantrelPlayer::updateScrubber()
 {
     m_progressView->setCurrentTime(m_player ? m_player->currentTime() : 0);
+    // The time spent playing, a tick at a time; a machine that stalls counts no more than
+    // a tick's worth of a stall.
+    m_listenedMs += std::min<qint64>(m_sinceTick.restart(), 10 * kScrubberIntervalMs);
+    if (m_listenedMs >= kHeardAfterMs)
+        tellHeard();
+}
+
+void VantrelPlayer::tellHeard()
+{
+    if (!std::exchange(m_heardTold, true) && !m_recordingName.isEmpty())
+        emit recordingHeard(m_recordingName);
 }
 
 double VantrelPlayer::audioLevelForChannel(int channel)
@@ -377,6 +393,8 @@ void VantrelPlayer::audioPlayerDidFinishPlaying(AudioPlayer *, bool successfully
     // so, rather than offering a play button that only springs back.
     if (!successfully && AudioSession::sharedInstance()->outputName().isEmpty())
         showNoOutput();
+    if (successfully)
+        tellHeard();
     m_progressView->setCurrentTime(0);
     handlePlaybackStateChanged();
     m_playbackButton->setSelected(false);

@@ -7,6 +7,7 @@
 #include <QObject>
 #include <QPointer>
 #include <QRect>
+#include <QElapsedTimer>
 #include <QTimer>
 #include <memory>
 
@@ -79,6 +80,8 @@ public:
     // How long an opening row takes to grow before the scrub bar lays itself out.
     static constexpr int kLayoutDelayMs = 175;
     static constexpr int kScrubberIntervalMs = 10;
+    // Listened to this long, a recording has been heard.
+    static constexpr int kHeardAfterMs = 3000;
 
     static inline const QString kEmptyFileText =
         QStringLiteral("Failed to load. File is empty (0 bytes)");
@@ -96,6 +99,8 @@ signals:
     void playbackChanged();
     // Playback jumped to seconds: a seek, a scrub, or the end going back to the start.
     void seeked(double seconds);
+    // The recording of this bare name has been listened to for a few seconds, or to its end.
+    void recordingHeard(const QString &fileName);
 
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
@@ -107,6 +112,7 @@ private:
     void didLoadForPlay(bool ok);
     QTimer *scheduleScrubberTimer();
     void invalidateTimer();
+    void tellHeard();
     void resetErrorView();
     // Covers the open row's controls with the banner, saying that nothing can sound.
     void showNoOutput();
@@ -126,6 +132,10 @@ private:
 
     MessagesDirectory m_messagesDirectory;
     QString m_urlString;
+    QString m_recordingName;      // the bare name of the recording set up
+    QElapsedTimer m_sinceTick;    // the listening counted so far, and since when
+    qint64 m_listenedMs { 0 };
+    bool m_heardTold { false };
     std::unique_ptr<AudioPlayer> m_player;
     // Holds the controls and the banner while they are in no row. A row's player view holds
     // them while they are shown; a row that goes away hands them back here.

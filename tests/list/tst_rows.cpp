@@ -481,7 +481,7 @@ void TestRows::rowsReadThroughAccessibility()
     QAccessibleInterface *row = accessible(m_screen->cell(0));
     QCOMPARE(row->role(), QAccessible::ListItem);
     QCOMPARE(row->text(QAccessible::Name), "Daniel Reyes");
-    QCOMPARE(row->text(QAccessible::Description), "Nov 15 2026 - 22:10:07 - Telephony");
+    QCOMPARE(row->text(QAccessible::Description), "unheard, Nov 15 2026 - 22:10:07 - Telephony");
     QCOMPARE(accessible(m_screen->cell(0)->phoneButton())->text(QAccessible::Name),
              "Call back Daniel Reyes");
     QVERIFY(accessible(m_screen->cell(2)->readButton())->state().invisible);
