@@ -45,10 +45,16 @@ if [[ $sound == pipewire ]]; then
     # from each test's.
     bus=$(dbus-daemon --session --fork --print-address=1 --print-pid=1)
     servers+=("$(sed -n 2p <<<"$bus")")
+    # The session manager and the PulseAudio server give up at once when PipeWire's socket is
+    # not there yet, as on a loaded machine.
     for daemon in pipewire wireplumber pipewire-pulse; do
         DBUS_SESSION_BUS_ADDRESS=$(head -n1 <<<"$bus") PIPEWIRE_LOG_LEVEL=E WIREPLUMBER_DEBUG=E \
             "$daemon" >>"$runtime/$sound.log" 2>&1 &
         servers+=($!)
+        for _ in $(seq 100); do
+            [[ -S $runtime/pipewire-0 ]] && break
+            sleep 0.1
+        done
     done
 else
     pulseaudio --daemonize=no --exit-idle-time=-1 --disallow-exit -n \

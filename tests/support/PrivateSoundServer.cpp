@@ -1,5 +1,6 @@
 #include "PrivateSoundServer.h"
 
+#include <QFileInfo>
 #include <QProcessEnvironment>
 #include <QTest>
 #include <csignal>
@@ -43,9 +44,24 @@ bool PrivateSoundServer::start()
         // PulseAudio server, and the speaker chosen as the default.
         environment.insert(QStringLiteral("PIPEWIRE_LOG_LEVEL"), QStringLiteral("E"));
         environment.insert(QStringLiteral("WIREPLUMBER_DEBUG"), QStringLiteral("E"));
-        if (!launch(QStringLiteral("pipewire"), {}) || !launch(QStringLiteral("wireplumber"), {}) ||
-            !launch(QStringLiteral("pipewire-pulse"), {}) ||
-            !QTest::qWaitFor([&] { return pactl({ "info" }); }, 10000))
+        // Its session manager and PulseAudio server give up at once when PipeWire's socket is
+        // not there yet, as on a loaded machine; so they start once it is, and either is
+        // started again should it have given up all the same.
+        const QString pipeWireSocket = m_dir.filePath(QStringLiteral("pipewire-0"));
+        if (!launch(QStringLiteral("pipewire"), {}) ||
+            !QTest::qWaitFor([&] { return QFileInfo::exists(pipeWireSocket); }, 10000) ||
+            !launch(QStringLiteral("wireplumber"), {}) || !launch(QStringLiteral("pipewire-pulse"), {}))
+            return false;
+        const bool answers = QTest::qWaitFor(
+            [&] {
+                for (const auto &process : m_server) {
+                    if (process->state() == QProcess::NotRunning)
+                        process->start();
+                }
+                return pactl({ "info" });
+            },
+            20000);
+        if (!answers)
             return false;
         for (const auto &[name, description] :
              { std::pair { "speaker", "Speaker" }, std::pair { "earpiece", "Earpiece" } }) {
