@@ -10,6 +10,8 @@ packages=(
     cmake ninja-build g++ pkg-config
     qt6-base-dev qt6-base-dev-tools qt6-svg-dev qt6-sensors-dev
     libphonenumber-dev libpulse-dev libavformat-dev libavcodec-dev libswresample-dev libavutil-dev
+    # playback speed without a change of pitch: FFmpeg's tempo filter
+    libavfilter-dev
     libbenchmark-dev
     # the share sheet's preview lists archives with libzip
     libzip-dev

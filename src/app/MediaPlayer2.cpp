@@ -14,6 +14,9 @@
 namespace {
 constexpr double kMicroseconds = 1e6;
 const QString kPlayerInterface = QStringLiteral("org.mpris.MediaPlayer2.Player");
+// A panel offers what the row's speed button offers.
+static_assert(MediaPlayer2::kMinimumRate == VantrelPlayer::kRates.front() &&
+              MediaPlayer2::kMaximumRate == VantrelPlayer::kRates.back());
 } // namespace
 
 MprisPlayerAdaptor::MprisPlayerAdaptor(MediaPlayer2 *player)
@@ -33,6 +36,7 @@ MediaPlayer2::MediaPlayer2(VantrelPlayer *player, NowPlaying nowPlaying, QObject
     m_registered = bus.registerObject(kObjectPath, this) && bus.registerService(kServiceName);
     if (VantrelPlayer *vantrelPlayer = m_player) {
         connect(vantrelPlayer, &VantrelPlayer::playbackChanged, this, &MediaPlayer2::announce);
+        connect(vantrelPlayer, &VantrelPlayer::rateChanged, this, &MediaPlayer2::announce);
         connect(vantrelPlayer, &VantrelPlayer::seeked, this,
                 [this](double seconds) { emit seeked(qlonglong(seconds * kMicroseconds)); });
     }
@@ -161,6 +165,21 @@ void MediaPlayer2::setPosition(const QDBusObjectPath &track, qlonglong to)
     player()->seekTo(double(to) / kMicroseconds);
 }
 
+double MediaPlayer2::rate() const
+{
+    return player() ? player()->rate() : 1.0;
+}
+
+void MediaPlayer2::setRate(double rate)
+{
+    if (rate == 0) {
+        pause();
+        return;
+    }
+    if (player() && rate >= kMinimumRate && rate <= kMaximumRate)
+        player()->setRate(rate);
+}
+
 void MediaPlayer2::announce()
 {
     if (!m_registered)
@@ -171,6 +190,7 @@ void MediaPlayer2::announce()
         { QStringLiteral("CanPlay"), canPlay() },
         { QStringLiteral("CanPause"), canPlay() },
         { QStringLiteral("CanSeek"), canPlay() },
+        { QStringLiteral("Rate"), rate() },
     };
     QVariantMap changed;
     for (auto it = now.cbegin(); it != now.cend(); ++it) {

@@ -43,6 +43,13 @@ public:
     void stop();
     void seek(qlonglong offset);
     void setPosition(const QDBusObjectPath &trackId, qlonglong position);
+    // The speed of the row's player, which holds for the next recording too; 1 is the
+    // recording's own. A rate outside the range is ignored and 0 pauses, as the interface
+    // says; any other plays at the nearest speed the row's speed button offers.
+    double rate() const;
+    void setRate(double rate);
+    static constexpr double kMinimumRate = 1.0;
+    static constexpr double kMaximumRate = 2.0;
 
 signals:
     void seeked(qlonglong position);

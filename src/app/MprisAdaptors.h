@@ -45,8 +45,8 @@ class MprisPlayerAdaptor : public QDBusAbstractAdaptor
     Q_CLASSINFO("D-Bus Interface", "org.mpris.MediaPlayer2.Player")
     Q_PROPERTY(QString PlaybackStatus READ playbackStatus)
     Q_PROPERTY(double Rate READ rate WRITE setRate)
-    Q_PROPERTY(double MinimumRate READ rate)
-    Q_PROPERTY(double MaximumRate READ rate)
+    Q_PROPERTY(double MinimumRate READ minimumRate)
+    Q_PROPERTY(double MaximumRate READ maximumRate)
     Q_PROPERTY(QVariantMap Metadata READ metadata)
     Q_PROPERTY(double Volume READ volume WRITE setVolume)
     Q_PROPERTY(qlonglong Position READ position)
@@ -59,9 +59,11 @@ class MprisPlayerAdaptor : public QDBusAbstractAdaptor
 public:
     explicit MprisPlayerAdaptor(MediaPlayer2 *player);
     QString playbackStatus() const { return m_player->playbackStatus(); }
-    // Recordings play at their own speed and the sound settings keep the volume.
-    double rate() const { return 1.0; }
-    void setRate(double) {}
+    double rate() const { return m_player->rate(); }
+    void setRate(double rate) { m_player->setRate(rate); }
+    double minimumRate() const { return MediaPlayer2::kMinimumRate; }
+    double maximumRate() const { return MediaPlayer2::kMaximumRate; }
+    // The sound settings keep the volume.
     double volume() const { return 1.0; }
     void setVolume(double) {}
     QVariantMap metadata() const { return m_player->metadata(); }

@@ -3,6 +3,7 @@
 #include "AudioPlayerEngine.h"
 
 #include <algorithm>
+#include <cmath>
 #include <mutex>
 
 namespace {
@@ -58,15 +59,25 @@ void AudioPlayer::requestOutput()
     if (m_status != Status::Ready)
         return;
     m_sink = m_route.output;
+    // A new stream counts what it plays from zero: it starts where the listener is.
+    const double at = currentTime();
     {
         const std::lock_guard held(m_engine->lock);
         m_engine->prepared = true;
         m_engine->openRequested = true;
         m_engine->openSink = m_sink;
-        // A new stream counts what it plays from zero: it starts where the listener is.
-        m_seekBase = currentTime();
+    }
+    seekEngine(at);
+}
+
+void AudioPlayer::seekEngine(double seconds)
+{
+    m_seekBase = seconds;
+    {
+        const std::lock_guard held(m_engine->lock);
         m_engine->seekRequested = true;
-        m_engine->seekTarget = m_seekBase;
+        m_engine->seekTarget = seconds;
+        m_engine->rate = m_rate;
         m_generation = ++m_engine->generation;
     }
     m_engine->wake.notify_one();
@@ -149,7 +160,7 @@ double AudioPlayer::currentTime() const
         const std::lock_guard out(m_engine->outputLock);
         // Until the stream has dropped what it held, the listener is where the seek put them.
         if (m_engine->output && m_engine->heardGeneration == m_generation)
-            seconds += double(m_engine->output->playedMicroseconds()) / 1e6;
+            seconds += double(m_engine->output->playedMicroseconds()) / 1e6 * m_rate;
     }
     return std::clamp(seconds, 0.0, m_duration);
 }
@@ -158,14 +169,27 @@ void AudioPlayer::setCurrentTime(double seconds)
 {
     if (m_status != Status::Ready || !std::isfinite(seconds))
         return;
-    m_seekBase = std::clamp(seconds, 0.0, m_duration);
-    {
-        const std::lock_guard held(m_engine->lock);
-        m_engine->seekRequested = true;
-        m_engine->seekTarget = m_seekBase;
-        m_generation = ++m_engine->generation;
+    seekEngine(std::clamp(seconds, 0.0, m_duration));
+}
+
+void AudioPlayer::setRate(double rate)
+{
+    if (!std::isfinite(rate))
+        return;
+    rate = std::clamp(rate, kMinimumRate, kMaximumRate);
+    if (rate == m_rate)
+        return;
+    // The new speed starts where the listener is: what the old one left queued is dropped,
+    // so the change is heard at once and the position does not jump.
+    const double at = currentTime();
+    m_rate = rate;
+    if (m_status == Status::Ready) {
+        seekEngine(at);
+        return;
     }
-    m_engine->wake.notify_one();
+    // Until the file is open the first seek carries the rate.
+    const std::lock_guard held(m_engine->lock);
+    m_engine->rate = rate;
 }
 
 void AudioPlayer::didHearTheEnd(int generation, bool successfully)

@@ -86,6 +86,14 @@ public:
     // Seeks; nothing from before the seek is heard after it.
     void setCurrentTime(double seconds);
 
+    // How fast the recording plays: 1 at its own speed, 2 at twice that, the voice at its own
+    // pitch either way; held between kMinimumRate and kMaximumRate. A change is heard at
+    // once, from where the listener is. Times stay the recording's own seconds.
+    double rate() const { return m_rate; }
+    void setRate(double rate);
+    static constexpr double kMinimumRate = 0.5;
+    static constexpr double kMaximumRate = 2.0;
+
     bool isMeteringEnabled() const { return m_meteringEnabled; }
     void setMeteringEnabled(bool enabled) { m_meteringEnabled = enabled; }
     // Takes the levels of what is being played for the two calls below.
@@ -121,6 +129,8 @@ private:
     bool hasOutput(const QString &name) const { return m_route.outputs.contains(name); }
     void noticeLostOutput();
     void requestOutput();
+    // Has the decoding thread start again at seconds, at the current rate.
+    void seekEngine(double seconds);
 
     QString m_path;
     AudioRoute m_route;
@@ -135,8 +145,10 @@ private:
     bool m_interrupted { false };
     bool m_interruptedByCall { false }; // the interruption began with a call seen while paused
     bool m_meteringEnabled { false };
-    // Where the listener was at the last seek; what has been heard since is added.
+    // Where the listener was at the last seek; what has been heard since is added, times the
+    // rate: every change of rate is a seek, so one rate holds from the last seek on.
     double m_seekBase { 0 };
+    double m_rate { 1 };
     int m_generation { 0 };
     QString m_sink;     // the output asked for; empty for the server's default
     QString m_lostSink; // the output that went away while the stream played on it

@@ -55,6 +55,7 @@ void AudioPlayer::Engine::run(const QString &path)
             seekRequested = false;
             const int target = generation;
             const double seconds = seekTarget;
+            const double speed = rate;
             ringSize = 0;
             seeking = true;
             endOfFile = decodeFailed = allHandedOver = drainAsked = false;
@@ -68,6 +69,9 @@ void AudioPlayer::Engine::run(const QString &path)
                     output->flush();
             }
             decoder.seek(seconds);
+            // A new speed starts here too: the filter forgets the stretch it was in the
+            // middle of, which belonged to the old position.
+            tempo.reset(speed);
             heardGeneration = target;
             held.lock();
             seeking = false;
@@ -148,9 +152,13 @@ void AudioPlayer::Engine::decodeChunk(std::unique_lock<std::mutex> &held)
     const int chunkGeneration = generation;
     held.unlock();
     char chunk[kChunkFrames * 4];
-    const qint64 frames = decoder.read(chunk, kChunkFrames);
-    const bool atEnd = decoder.atEnd() || decoder.hasError();
-    const QString error = decoder.hasError() ? decoder.errorString() : QString();
+    const qint64 frames = readAtRate(chunk);
+    const bool atEnd = tempo.atEnd() || tempo.hasError();
+    QString error;
+    if (decoder.hasError())
+        error = decoder.errorString();
+    else if (tempo.hasError())
+        error = QStringLiteral("play %1: %2").arg(decoder.path(), tempo.errorString());
     std::vector<double> averages(kFormat.channels), peaks(kFormat.channels);
     for (int channel = 0; channel < kFormat.channels; ++channel) {
         averages[channel] = decoder.averagePowerForChannel(channel);
@@ -186,5 +194,21 @@ void AudioPlayer::Engine::decodeChunk(std::unique_lock<std::mutex> &held)
                 output->sourceReady();
         }
         held.lock();
+    }
+}
+
+qint64 AudioPlayer::Engine::readAtRate(char *chunk)
+{
+    char decoded[kChunkFrames * 4];
+    for (;;) {
+        const qint64 frames = tempo.read(chunk, kChunkFrames);
+        if (frames > 0 || tempo.atEnd() || tempo.hasError())
+            return frames;
+        // At twice the speed two chunks of the recording make one of sound; the filter also
+        // holds back a little at the start of each stretch.
+        const qint64 read = decoder.read(decoded, kChunkFrames);
+        tempo.write(decoded, read);
+        if (read == 0 || decoder.atEnd() || decoder.hasError())
+            tempo.finish();
     }
 }

@@ -7,6 +7,7 @@
 #include "AudioDecoder.h"
 #include "AudioPlayer.h"
 #include "PulseOutput.h"
+#include "TempoFilter.h"
 
 #include <atomic>
 #include <condition_variable>
@@ -36,6 +37,9 @@ struct AudioPlayer::Engine
     void run(const QString &path);
     void openOutput(const QString &sink, std::unique_lock<std::mutex> &held);
     void decodeChunk(std::unique_lock<std::mutex> &held);
+    // Fills chunk with up to kChunkFrames frames at the listener's speed; fewer only at the
+    // end or on an error.
+    qint64 readAtRate(char *chunk);
     template <typename Call> void post(Call call)
     {
         QMetaObject::invokeMethod(player, std::move(call), Qt::QueuedConnection);
@@ -43,6 +47,7 @@ struct AudioPlayer::Engine
 
     AudioPlayer *player;              // only for posting to; touched on its own thread
     AudioDecoder decoder { kFormat }; // the decoding thread's alone
+    TempoFilter tempo { kFormat };    // the same: between the decoder and the ring
     std::atomic<bool> abort { false };
     std::atomic<qint64> handedOver { 0 };
     std::thread thread;
@@ -64,6 +69,7 @@ struct AudioPlayer::Engine
     bool playingApplied { false }; // what it was last told
     bool seekRequested { false };
     double seekTarget { 0 };
+    double rate { 1 };                      // the speed from the seek asked for on
     int generation { 0 };                   // of the last seek asked for
     std::atomic<int> heardGeneration { 0 }; // of the last seek the stream was flushed for
     bool seeking { false };

@@ -11,11 +11,20 @@
 #include <QEvent>
 #include <algorithm>
 #include <QLabel>
+#include <QLocale>
+#include <cmath>
 
 namespace {
 QPointer<VantrelPlayer> s_sharedPlayer;
 constexpr double kContainerHeight = 53.5;
 constexpr int kSpeakerInset = 7;
+// The speed's pill is as tall as the speaker's disc and wide enough for "1.5×". A finger
+// just left of the speaker's frame is nearer the speaker than the speed: the gap keeps it
+// off the speed button, so it reaches the speaker as before.
+constexpr int kSpeedWidth = 44;
+constexpr int kSpeedGap = 2;
+constexpr int kSpeedInset = 1;
+constexpr int kSpeedFontSize = 12;
 
 bool isLoud()
 {
@@ -59,6 +68,17 @@ VantrelPlayer::VantrelPlayer(const QString &messagesDirectory, QObject *parent)
     m_speakerButton->setImageEdgeInsets(
         QMargins(kSpeakerInset, kSpeakerInset, kSpeakerInset, kSpeakerInset));
     m_speakerButton->setSelected(isLoud());
+    // The speed, between the scrub bar and the speaker: its text says how fast it plays.
+    m_speedButton = new Button(m_container);
+    m_speedButton->setObjectName(QStringLiteral("SpeedButton"));
+    m_speedButton->setGeometry(speedFrameForWidth(width));
+    m_speedButton->setImage(QStringLiteral("speed"), Button::State::Normal);
+    m_speedButton->setImageEdgeInsets(
+        QMargins(kSpeedInset, kSpeakerInset, kSpeedInset, kSpeakerInset));
+    QFont speedFont = m_speedButton->font();
+    speedFont.setPixelSize(kSpeedFontSize);
+    m_speedButton->setFont(speedFont);
+    connect(m_speedButton, &Button::clicked, this, &VantrelPlayer::cycleRate);
     // The red banner that takes the controls' place when a recording cannot be played.
     _errorView = new QWidget(m_container);
     _errorView->setObjectName(QStringLiteral("PlayerError"));
@@ -75,6 +95,7 @@ VantrelPlayer::VantrelPlayer(const QString &messagesDirectory, QObject *parent)
 
     for (Button *button : { m_playbackButton, m_speakerButton })
         connect(button, &Button::selectedChanged, this, &VantrelPlayer::updateAccessibleNames);
+    setRate(m_rate);
     updateAccessibleNames();
 
     connect(AudioSession::sharedInstance(), &AudioSession::outputChanged, this,
@@ -113,7 +134,7 @@ QString VantrelPlayer::errorText() const
 
 QRectF VantrelPlayer::progressFrameForWidth(int width)
 {
-    return QRectF(56.5, 0, width - 114.5, 40);
+    return QRectF(56.5, 0, width - 114.5 - kSpeedGap - kSpeedWidth, 40);
 }
 
 QRect VantrelPlayer::speakerFrameForWidth(int width)
@@ -121,11 +142,17 @@ QRect VantrelPlayer::speakerFrameForWidth(int width)
     return QRect(width - 50, 0, 40, 40);
 }
 
+QRect VantrelPlayer::speedFrameForWidth(int width)
+{
+    return QRect(speakerFrameForWidth(width).left() - kSpeedGap - kSpeedWidth, 0, kSpeedWidth, 40);
+}
+
 void VantrelPlayer::layoutControls(int width)
 {
     if (m_progressView->frame() != progressFrameForWidth(width))
         m_progressView->setFrame(progressFrameForWidth(width));
     m_speakerButton->setGeometry(speakerFrameForWidth(width));
+    m_speedButton->setGeometry(speedFrameForWidth(width));
 }
 
 bool VantrelPlayer::eventFilter(QObject *watched, QEvent *event)
@@ -153,6 +180,8 @@ void VantrelPlayer::updateAccessibleNames()
     m_speakerButton->setAccessibleName(m_speakerButton->isSelected()
                                            ? QStringLiteral("Loudspeaker, on")
                                            : QStringLiteral("Loudspeaker, off"));
+    m_speedButton->setAccessibleName(
+        QStringLiteral("Playback speed, %1").arg(m_speedButton->text()));
 }
 
 std::unique_ptr<AudioPlayer> VantrelPlayer::makePlayer() const
@@ -164,6 +193,7 @@ std::unique_ptr<AudioPlayer> VantrelPlayer::makePlayer() const
     if (path.isEmpty())
         return nullptr;
     auto player = std::make_unique<AudioPlayer>(path);
+    player->setRate(m_rate);
     AudioSession::sharedInstance()->attach(player.get());
     player->setMeteringEnabled(true);
     return player;
@@ -365,6 +395,28 @@ void VantrelPlayer::toggleSpeaker(Button *button)
                 : AudioSession::AVAudioSessionCategoryPlayback);
     if (button)
         button->setSelected(!wasLoud);
+}
+
+void VantrelPlayer::setRate(double rate)
+{
+    const auto nearest =
+        std::min_element(kRates.cbegin(), kRates.cend(), [rate](double a, double b) {
+            return std::abs(a - rate) < std::abs(b - rate);
+        });
+    const bool changed = *nearest != m_rate;
+    m_rate = *nearest;
+    m_speedButton->setText(QLocale().toString(m_rate) + QChar(0x00D7)); // "1.5×"
+    updateAccessibleNames();
+    if (m_player)
+        m_player->setRate(m_rate);
+    if (changed)
+        emit rateChanged(m_rate);
+}
+
+void VantrelPlayer::cycleRate()
+{
+    const auto next = std::upper_bound(kRates.cbegin(), kRates.cend(), m_rate);
+    setRate(next != kRates.cend() ? *next : kRates.front());
 }
 
 void VantrelPlayer::progressViewDidBeginScrubbing(VantrelProgressView *)

@@ -9,6 +9,7 @@
 #include <QRect>
 #include <QElapsedTimer>
 #include <QTimer>
+#include <array>
 #include <memory>
 
 class Button;
@@ -16,7 +17,7 @@ class PlayerCell;
 class QLabel;
 
 // The one playback controller: it owns one set of playback controls (play/pause, the scrub
-// bar, the speaker switch and an error banner, in one container) and moves that set into
+// bar, the speed, the speaker switch and an error banner, in one container) and moves that set into
 // whichever row is opened for playing. The list calls destroyPlayer on the previous row
 // first, then setupPlayerForCell on the new one. It plays one recording at a time.
 //
@@ -37,6 +38,7 @@ public:
     VantrelProgressView *progressView() const { return m_progressView; }
     Button *playbackButton() const { return m_playbackButton; }
     Button *speakerButton() const { return m_speakerButton; }
+    Button *speedButton() const { return m_speedButton; }
     QWidget *container() const { return m_container; }
     QWidget *errorView() const { return _errorView; }
     QString errorText() const;
@@ -57,6 +59,16 @@ public:
     // follows.
     void seekTo(double seconds);
     void toggleSpeaker(Button *button);
+
+    // The speeds the speed button offers, slowest first: the recording's own, and faster with
+    // the voice at its own pitch.
+    static constexpr std::array<double, 3> kRates { 1.0, 1.5, 2.0 };
+    // The speed recordings play at; the choice holds for every recording opened after it.
+    double rate() const { return m_rate; }
+    // Plays at the offered speed nearest to rate, from where the listener is.
+    void setRate(double rate);
+    // The speed button: the next offered speed, and the slowest after the fastest.
+    void cycleRate();
     // Brings the timer, the play button and the route in step with the playing state.
     void handlePlaybackStateChanged();
     void updateScrubber();
@@ -101,6 +113,7 @@ signals:
     void seeked(double seconds);
     // The recording of this bare name has been listened to for a few seconds, or to its end.
     void recordingHeard(const QString &fileName);
+    void rateChanged(double rate);
 
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
@@ -123,6 +136,7 @@ private:
     void layoutControls(int width);
     static QRectF progressFrameForWidth(int width);
     static QRect speakerFrameForWidth(int width);
+    static QRect speedFrameForWidth(int width);
 
     bool _playerWasPlaying { false }; // never reset: any interruption's end resumes
     bool m_loaded { false };          // the open row's recording has opened
@@ -144,6 +158,8 @@ private:
     VantrelProgressView *m_progressView;
     Button *m_playbackButton;
     Button *m_speakerButton;
+    Button *m_speedButton;
+    double m_rate { kRates.front() };
     // The scrubber timer while audio plays; a timer replaced while it runs keeps running.
     QPointer<QTimer> m_playerTimer;
     QTimer m_removal;

@@ -46,6 +46,10 @@ void Button::paintEvent(QPaintEvent *)
         painter.setOpacity(0.35);
     if (!name.isEmpty())
         Images::imageNamed(name).paint(&painter, target);
+    if (!text().isEmpty()) {
+        painter.setPen(Qt::white);
+        painter.drawText(target, Qt::AlignCenter, text());
+    }
     if (hasFocus()) {
         painter.setOpacity(1.0);
         drawFocusRing(&painter, rect());

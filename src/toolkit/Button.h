@@ -7,7 +7,8 @@
 #include <QString>
 
 // A custom button with a selected state and an image for each state, drawn to fill the
-// button. Target actions are Qt connections to clicked() (a tap released inside).
+// button, and its text (setText) centred over the image in white, in the button's font.
+// Target actions are Qt connections to clicked() (a tap released inside).
 class Button : public QAbstractButton
 {
     Q_OBJECT

@@ -24,9 +24,15 @@ private slots:
     void initTestCase();
     void cleanupTestCase();
     void controlsAndScreenFollowEachOther();
+    void theSpeedFromAPanel();
 
 public slots:
     void seeked(qlonglong position) { m_seeked << position; }
+    void propertiesChanged(const QString &, const QVariantMap &changed, const QStringList &)
+    {
+        if (changed.contains("Rate"))
+            m_rates << changed.value("Rate").toDouble();
+    }
 
 private:
     static TableController *list()
@@ -37,10 +43,14 @@ private:
     // Runs playerctl without blocking the event loop, which answers it; its output, trimmed.
     static QString playerctl(const QStringList &arguments);
     static void tapFirstRow() { ListScreen::tapRow(list()->tableView(), 0); }
+    // Reads and writes a property of the player as any client on the bus does (dbus-send),
+    // without blocking the event loop that answers it: the value read, trimmed, or the error.
+    static QString busProperty(const QString &name, const QString &setTo = QString());
 
     std::unique_ptr<PrivateSoundServer> m_sound;
     std::unique_ptr<QTemporaryDir> m_root;
     QList<qlonglong> m_seeked;
+    QList<double> m_rates; // as the bus announced them
 };
 
 void TestMpris::initTestCase()
@@ -57,6 +67,9 @@ void TestMpris::initTestCase()
     QVERIFY(QDBusConnection::sessionBus().connect(QString(), "/org/mpris/MediaPlayer2",
                                                   "org.mpris.MediaPlayer2.Player", "Seeked", this,
                                                   SLOT(seeked(qlonglong))));
+    QVERIFY(QDBusConnection::sessionBus().connect(
+        QString(), "/org/mpris/MediaPlayer2", "org.freedesktop.DBus.Properties",
+        "PropertiesChanged", this, SLOT(propertiesChanged(QString, QVariantMap, QStringList))));
     VantrelApplication *app = VantrelApplication::sharedApplication();
     app->setMessagesDirectory(messages);
     app->applicationDidFinishLaunching();
@@ -128,6 +141,79 @@ void TestMpris::controlsAndScreenFollowEachOther()
     QTRY_COMPARE(playerctl({ "status" }), "Stopped");
     QTRY_VERIFY(!player()->playbackButton()->isVisible());
     QCOMPARE(playerctl({ "metadata", "title" }), "No player could handle this command");
+}
+
+QString TestMpris::busProperty(const QString &name, const QString &setTo)
+{
+    QStringList arguments { "--session", "--print-reply", "--dest=org.mpris.MediaPlayer2.vantrel",
+                            "/org/mpris/MediaPlayer2" };
+    arguments << (setTo.isNull() ? "org.freedesktop.DBus.Properties.Get"
+                                 : "org.freedesktop.DBus.Properties.Set")
+              << "string:org.mpris.MediaPlayer2.Player"
+              << "string:" + name;
+    if (!setTo.isNull())
+        arguments << "variant:double:" + setTo;
+    QProcess client;
+    client.start("dbus-send", arguments);
+    if (!QTest::qWaitFor([&] { return client.state() == QProcess::NotRunning; }, 10000))
+        return "(dbus-send hangs)";
+    if (client.exitCode() != 0)
+        return QString::fromUtf8(client.readAllStandardError()).trimmed();
+    // "   variant       double 1.5" after the header line; nothing after a Set.
+    const QString reply = QString::fromUtf8(client.readAllStandardOutput()).trimmed();
+    return reply.contains("variant") ? reply.split(' ', Qt::SkipEmptyParts).last() : QString();
+}
+
+void TestMpris::theSpeedFromAPanel()
+{
+    // The panel's range is what the row offers: from the recording's own speed to twice it.
+    QCOMPARE(busProperty("MinimumRate"), "1");
+    QCOMPARE(busProperty("MaximumRate"), "2");
+    QCOMPARE(busProperty("Rate"), "1");
+
+    tapFirstRow();
+    QTRY_VERIFY(player()->speedButton()->isVisible());
+    m_rates.clear();
+    QCOMPARE(busProperty("Rate", "2"), QString());
+    QTRY_COMPARE(player()->speedButton()->text(), "2×");
+    QTRY_COMPARE(m_rates, QList<double> { 2 });
+    QCOMPARE(busProperty("Rate"), "2");
+
+    // It is heard: the last four seconds of the first tone go by in two.
+    SoundMonitor speaker("speaker");
+    playerctl({ "position", "26" });
+    QVERIFY(speaker.record());
+    playerctl({ "play" });
+    QVERIFY2(speaker.hears(880, 10000), qPrintable(speaker.description()));
+    playerctl({ "pause" });
+    QVERIFY(speaker.hearsSilence());
+    const double first = speaker.secondsOfTone(440);
+    qInfo("the 4 s from 26 s to 30 s took %.2f s", first);
+    QVERIFY2(std::abs(first - 2) < 0.3, qPrintable(speaker.recordingDescription()));
+
+    // Rates the row does not offer: the nearest speed, or nothing outside the range.
+    const QList<std::pair<QString, QString>> asked {
+        { "1.3", "1.5×" }, { "1.2", "1×" }, { "5", "1×" },
+        { "0.5", "1×" },   { "-1", "1×" },  { "1.9", "2×" },
+    };
+    for (const auto &[rate, shown] : asked) {
+        QCOMPARE(busProperty("Rate", rate), QString());
+        QTRY_COMPARE(player()->speedButton()->text(), shown);
+        QCOMPARE(busProperty("Rate"), QString(shown).remove("×"));
+    }
+    QCOMPARE(m_rates, (QList<double> { 2, 1.5, 1, 2 }));
+
+    // The row's own button is heard by the panel, and 0 pauses as the interface asks.
+    QTest::mouseClick(player()->speedButton(), Qt::LeftButton);
+    QTRY_COMPARE(m_rates.last(), 1.0);
+    playerctl({ "play" });
+    QTRY_VERIFY(player()->playbackButton()->isSelected());
+    QCOMPARE(busProperty("Rate", "0"), QString());
+    QTRY_VERIFY(!player()->playbackButton()->isSelected());
+    QCOMPARE(playerctl({ "status" }), "Paused");
+    QCOMPARE(player()->speedButton()->text(), "1×");
+    tapFirstRow();
+    QTRY_COMPARE(playerctl({ "status" }), "Stopped");
 }
 
 int main(int argc, char *argv[])

@@ -54,6 +54,9 @@ private slots:
     void interruptions_data();
     void interruptions();
     void aFileRemovedOrReplacedWhilePlayingPlaysOn();
+    void fasterKeepsThePitch_data();
+    void fasterKeepsThePitch();
+    void aNewSpeedIsHeardFromWhereTheListenerIs();
 
 private:
     // A player of the file, loaded, with the listener as its delegate.
@@ -63,6 +66,8 @@ private:
     QTemporaryDir m_dir;
     QString m_tone;     // 440 Hz for 1.5 s
     QString m_long;     // 440 Hz for a minute
+    QString m_tenSeconds;  // 440 Hz for 10 s
+    QString m_tenTwoTones; // 440 Hz for 4 s, then 1 kHz for 4 s
     Listener m_listener;
 };
 
@@ -73,6 +78,11 @@ void TestAudioPlayer::initTestCase()
     m_long = m_dir.filePath("long.caf");
     QVERIFY(TestSupport::writeTone(m_tone, 1.5, "440", { "-c:a", "pcm_s16le" }));
     QVERIFY(TestSupport::writeTone(m_long, 60));
+    m_tenSeconds = m_dir.filePath("ten-seconds.caf");
+    QVERIFY(TestSupport::writeTone(m_tenSeconds, 10, "440", { "-c:a", "pcm_s16le" }));
+    m_tenTwoTones = m_dir.filePath("ten-two-tones.caf");
+    QVERIFY(TestSupport::writeTone(m_tenTwoTones, 8, "if(lt(t\\,4)\\,440\\,1000)",
+                                   { "-c:a", "pcm_s16le" }));
     // The session reads the server's outputs before the first test routes anything.
     QVERIFY(QTest::qWaitFor([] { return AudioSession::sharedInstance()->hasOutput("earpiece"); }));
 }
@@ -190,6 +200,68 @@ void TestAudioPlayer::aFileRemovedOrReplacedWhilePlayingPlaysOn()
     QVERIFY(speaker.hears(440));
     QVERIFY(player->isPlaying());
     QVERIFY2(m_listener.calls.isEmpty(), qPrintable(m_listener.calls.join('|')));
+}
+
+void TestAudioPlayer::fasterKeepsThePitch_data()
+{
+    QTest::addColumn<double>("rate");
+    QTest::newRow("twice the speed") << 2.0;
+    QTest::newRow("one and a half") << 1.5;
+}
+
+void TestAudioPlayer::fasterKeepsThePitch()
+{
+    // Ten seconds of 440 Hz, measured by what the sink played: the tone lasts ten seconds
+    // over the rate, and stays 440 Hz (a faster resampling would raise it by the rate).
+    QFETCH(double, rate);
+    const auto player = load(m_tenSeconds);
+    QVERIFY(player);
+    player->setRate(rate);
+    QCOMPARE(player->rate(), rate);
+    SoundMonitor speaker("speaker");
+    QVERIFY(speaker.record());
+    player->play();
+    QTRY_VERIFY_WITH_TIMEOUT(m_listener.calls.contains("finished"), 20000);
+    QCOMPARE(m_listener.calls, QStringList { "finished" });
+    QVERIFY(speaker.hearsSilence()); // what the monitor still had on its way has arrived
+    const double heard = speaker.secondsOfTone(440);
+    qInfo("%.2f s of 440 Hz at %.1fx (%s)", heard, rate,
+          qPrintable(speaker.recordingDescription()));
+    QVERIFY2(std::abs(heard - 10 / rate) < 0.3, qPrintable(speaker.recordingDescription()));
+    // Nothing else was heard: no second of the tone at another pitch.
+    QVERIFY2(speaker.secondsOfSound() - heard < 0.2, qPrintable(speaker.recordingDescription()));
+}
+
+void TestAudioPlayer::aNewSpeedIsHeardFromWhereTheListenerIs()
+{
+    // Four seconds of 440 Hz, then four of 1 kHz: a second or so at the recording's own speed,
+    // then twice as fast. The rest of the first tone takes half its time, the second tone two
+    // seconds, and nothing is heard twice or skipped.
+    const auto player = load(m_tenTwoTones);
+    QVERIFY(player);
+    SoundMonitor speaker("speaker");
+    QVERIFY(speaker.record());
+    player->play();
+    QVERIFY2(speaker.hears(440), qPrintable(speaker.description()));
+    QTRY_VERIFY(player->currentTime() > 1);
+    const double changedAt = player->currentTime();
+    player->setRate(2);
+    // The position goes on from where it was, in the recording's own seconds.
+    QVERIFY2(std::abs(player->currentTime() - changedAt) < 0.05,
+             qPrintable(QString("%1 after %2").arg(player->currentTime()).arg(changedAt)));
+    QVERIFY2(speaker.hears(1000, 10000), qPrintable(speaker.description()));
+    QVERIFY2(player->currentTime() > 4 && player->currentTime() < 6,
+             qPrintable(QString::number(player->currentTime())));
+    // The end is still heard at the new speed, and playback finishes.
+    QTRY_VERIFY_WITH_TIMEOUT(m_listener.calls.contains("finished"), 10000);
+    QVERIFY(speaker.hearsSilence());
+    const double first = speaker.secondsOfTone(440);
+    const double second = speaker.secondsOfTone(1000);
+    qInfo("changed at %.2f s: %.2f s of 440 Hz (%.2f expected), %.2f s of 1 kHz (2 expected)",
+          changedAt, first, changedAt + (4 - changedAt) / 2, second);
+    QVERIFY2(std::abs(first - (changedAt + (4 - changedAt) / 2)) < 0.3,
+             qPrintable(speaker.recordingDescription()));
+    QVERIFY2(std::abs(second - 2) < 0.3, qPrintable(speaker.recordingDescription()));
 }
 
 QTEST_GUILESS_MAIN(TestAudioPlayer)

@@ -246,17 +246,21 @@ void TestListScreen::rowsUseTheWidthTheyGet()
         // A withheld caller's row has no buttons: its date and kind are never cut short.
         auto *detail = qobject_cast<Label *>(m_screen->cell(1)->detailTextLabel());
         QCOMPARE(detail->shownText(), "Nov 04 2026 - 11:20:03 - Telephony");
-        // The open row's controls span the row: the speaker at its right edge, the scrub bar
-        // up to it.
+        // The open row's controls span the row: the speaker at its right edge, the speed
+        // beside it, the scrub bar up to that.
         VTCell *open = m_screen->cell(0);
         const VantrelPlayer *player = m_screen->list()->playerController();
         QTRY_VERIFY(open->hasPlayer());
         const QRect speaker(player->speakerButton()->mapTo(open, QPoint()),
                             player->speakerButton()->size());
         QTRY_COMPARE(speaker.right(), now - 11);
+        const QRect speed(player->speedButton()->mapTo(open, QPoint()),
+                          player->speedButton()->size());
+        QVERIFY2(speed.right() < speaker.left() && speed.right() > speaker.left() - 5,
+                 qPrintable(QString::number(speed.right())));
         const int barEnd =
             player->progressView()->mapTo(open, QPoint()).x() + player->progressView()->width();
-        QVERIFY2(barEnd > speaker.left() - 12 && barEnd <= speaker.left(),
+        QVERIFY2(barEnd > speed.left() - 12 && barEnd <= speed.left(),
                  qPrintable(QString::number(barEnd)));
     }
 }

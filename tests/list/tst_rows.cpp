@@ -161,22 +161,22 @@ void TestRows::keyboardReachesEachControlOnce()
     QTRY_VERIFY(!alert());
     QCOMPARE(focus(), first->phoneButton());
 
-    // The table is one Tab stop; the open row's player comes right after it, play first, and
-    // nothing else inside the list is ever a stop.
+    // The table is one Tab stop; the open row's player comes right after it, play first, left
+    // to right, and nothing else inside the list is ever a stop.
     QTest::keyClick(focus(), Qt::Key_Left);
     QTest::keyClick(table, Qt::Key_Return);
     QVERIFY(m_screen->waitForHeights({ 108, 54, 54 }));
     const VantrelPlayer *player = m_screen->list()->playerController();
-    QTRY_VERIFY(first->followingControls().size() == 3);
+    QTRY_VERIFY(first->followingControls().size() == 4);
     QWidgetList stops;
     for (int press = 0; press < 20 && (stops.isEmpty() || focus() != table); ++press) {
         QTest::keyClick(focus(), Qt::Key_Tab);
         stops << focus();
     }
     QCOMPARE(stops.last(), table);
-    QCOMPARE(stops.mid(0, 3), (QWidgetList { player->playbackButton(), player->progressView(),
-                                             player->speakerButton() }));
-    for (QWidget *stop : stops.mid(3, stops.size() - 4))
+    QCOMPARE(stops.mid(0, 4), (QWidgetList { player->playbackButton(), player->progressView(),
+                                             player->speedButton(), player->speakerButton() }));
+    for (QWidget *stop : stops.mid(4, stops.size() - 5))
         QVERIFY2(!table->isAncestorOf(stop), qPrintable(stop->objectName()));
     // Shift+Tab goes back the same way.
     QTest::keyClick(focus(), Qt::Key_Backtab);

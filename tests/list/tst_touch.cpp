@@ -197,10 +197,13 @@ void TestTouch::smallControlsTakeAFingertip_data()
 {
     QTest::addColumn<QString>("control");
     QTest::addColumn<QPoint>("offset"); // from its middle: inside a fingertip, outside its drawing
-    for (const char *control : { "call back", "transcript", "play", "loudspeaker", "knob" }) {
+    for (const char *control :
+         { "call back", "transcript", "play", "speed", "loudspeaker", "knob" }) {
         for (const QPoint offset :
              { QPoint(0, -21), QPoint(0, 21), QPoint(-21, 0), QPoint(21, 0) }) {
             if (control == QLatin1String("knob") && offset.x()) // beside it a tap seeks there
+                continue;
+            if (control == QLatin1String("speed") && offset.x()) // drawn as wide as a fingertip
                 continue;
             QTest::addRow("%s %+d,%+d", control, offset.x(), offset.y()) << control << offset;
         }
@@ -219,6 +222,7 @@ void TestTouch::smallControlsTakeAFingertip()
         { "call back", row->phoneButton() },
         { "transcript", row->readButton() },
         { "play", player()->playbackButton() },
+        { "speed", player()->speedButton() },
         { "loudspeaker", player()->speakerButton() },
         { "knob", player()->progressView()->findChild<QWidget *>("knob") },
     };
@@ -237,6 +241,8 @@ void TestTouch::smallControlsTakeAFingertip()
         QTRY_VERIFY(row->readerView()->isVisible());
     else if (control == "play")
         QTRY_COMPARE(player()->playbackButton()->accessibleName(), "Pause");
+    else if (control == "speed")
+        QTRY_COMPARE(player()->speedButton()->accessibleName(), "Playback speed, 1.5×");
     else if (control == "loudspeaker")
         QTRY_COMPARE(player()->speakerButton()->accessibleName(), "Loudspeaker, off");
     // A press that went to a control never taps the row under it: the row stays open.

@@ -7,9 +7,11 @@
 #include "playback/PlayerCell.h"
 #include "playback/VantrelPlayer.h"
 
+#include <QApplication>
 #include <QDBusConnection>
 #include <QFile>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QScopeGuard>
 #include <QTest>
 
@@ -68,6 +70,9 @@ private slots:
     void playWithoutASoundServerSaysSo();
     void aCallInterruptsPlayback_data();
     void aCallInterruptsPlayback();
+    void theSpeedButtonGoesRoundAndHoldsForTheNextRecording();
+    void timesStayInTheRecordingsSeconds_data();
+    void timesStayInTheRecordingsSeconds();
 
 private:
     // Opens the list over one recording of the given length and taps its row open.
@@ -344,6 +349,100 @@ void TestPlayer::aCallInterruptsPlayback()
     SoundMonitor after("speaker");
     QVERIFY2(after.hears(440), qPrintable(after.description()));
     QVERIFY(m_server.pactl({ "unload-module", "module-role-cork" }));
+}
+
+void TestPlayer::theSpeedButtonGoesRoundAndHoldsForTheNextRecording()
+{
+    // Two recordings of four seconds at 440 Hz, then four at 1 kHz.
+    m_screen = std::make_unique<ListScreen>();
+    QDir().mkpath(m_screen->messages());
+    for (const char *time : { "15-Nov-2026-22-10-07", "14-Nov-2026-09-00-00" })
+        QVERIFY(TestSupport::writeTone(m_screen->messages() + '/' +
+                                           TestSupport::recordingName("TEL", "+15551234567", time),
+                                       8, "if(lt(t\\,4)\\,440\\,1000)", { "-c:a", "pcm_s16le" }));
+    m_screen->open();
+    m_screen->tapRow(0);
+    VantrelPlayer *player = m_screen->list()->playerController();
+    Button *speed = player->speedButton();
+    QTRY_VERIFY(speed->isVisible());
+    QCOMPARE(speed->text(), "1×");
+    QCOMPARE(speed->accessibleName(), "Playback speed, 1×");
+
+    // Reached with Tab from the scrub bar, pressed by mouse, Space and Enter alike: each press
+    // the next speed, and after the fastest the recording's own again.
+    player->progressView()->setFocus(Qt::TabFocusReason);
+    QTest::keyClick(player->progressView(), Qt::Key_Tab);
+    QCOMPARE(QApplication::focusWidget(), speed);
+    const QList<std::pair<Qt::Key, QString>> presses {
+        { Qt::Key_unknown, "1.5×" }, { Qt::Key_Space, "2×" }, { Qt::Key_Return, "1×" },
+        { Qt::Key_unknown, "1.5×" }, { Qt::Key_Space, "2×" },
+    };
+    for (const auto &[key, shown] : presses) {
+        if (key == Qt::Key_unknown)
+            click(speed);
+        else
+            QTest::keyClick(QApplication::focusWidget(), key);
+        QTRY_COMPARE(speed->text(), shown);
+        QCOMPARE(speed->accessibleName(), "Playback speed, " + shown);
+    }
+
+    // The next recording opened plays at the speed chosen: its first tone is over in two
+    // seconds of sound.
+    m_screen->tapRow(1);
+    QTRY_VERIFY(m_screen->cell(1)->playerView()->isAncestorOf(speed) && speed->isVisible());
+    QCOMPARE(speed->text(), "2×");
+    SoundMonitor speaker("speaker");
+    QVERIFY(speaker.record());
+    click(player->playbackButton());
+    QVERIFY2(speaker.hears(1000, 10000), qPrintable(speaker.description()));
+    click(player->playbackButton());
+    QVERIFY(speaker.hearsSilence());
+    const double first = speaker.secondsOfTone(440);
+    qInfo("the next recording's 4 s of 440 Hz took %.2f s", first);
+    QVERIFY2(std::abs(first - 2) < 0.3, qPrintable(speaker.recordingDescription()));
+}
+
+void TestPlayer::timesStayInTheRecordingsSeconds_data()
+{
+    QTest::addColumn<int>("presses"); // of the speed button
+    QTest::addColumn<double>("rate");
+    QTest::newRow("2×") << 2 << 2.0;
+    QTest::newRow("1.5×") << 1 << 1.5;
+}
+
+void TestPlayer::timesStayInTheRecordingsSeconds()
+{
+    // Played faster, the scrub bar and its times still count the recording's own seconds:
+    // the elapsed time runs ahead of the sound heard by the rate, and elapsed and remaining
+    // still add up to the recording's 30 s.
+    QFETCH(int, presses);
+    QFETCH(double, rate);
+    VantrelPlayer *player = openRow(30);
+    QVERIFY(player);
+    for (int press = 0; press < presses; ++press)
+        click(player->speedButton());
+    SoundMonitor speaker("speaker");
+    QVERIFY(speaker.record());
+    click(player->playbackButton());
+    QVERIFY2(speaker.hears(440), qPrintable(speaker.description()));
+    VantrelProgressView *bar = player->progressView();
+    // However long that takes: the sound heard decides, not the clock.
+    QTRY_VERIFY_WITH_TIMEOUT(bar->currentTime() > 6, 20000);
+    click(player->playbackButton());
+    QVERIFY(speaker.hearsSilence());
+    const double heard = speaker.secondsOfTone(440);
+    const double shown = bar->currentTime();
+    qInfo("%.2f s heard at %.1fx, the bar at %.2f s", heard, rate, shown);
+    QVERIFY2(std::abs(shown - heard * rate) < 0.3,
+             qPrintable(QString("%1 s shown, %2").arg(shown).arg(speaker.recordingDescription())));
+    // What a screen reader reads of the bar, as its labels show it.
+    const QRegularExpressionMatch times =
+        QRegularExpression("^Playback position, 0:(\\d\\d) elapsed, 0:(\\d\\d) remaining$")
+            .match(bar->accessibleName());
+    QVERIFY2(times.hasMatch(), qPrintable(bar->accessibleName()));
+    const int elapsed = times.captured(1).toInt();
+    QVERIFY2(std::abs(elapsed - heard * rate) <= 1, qPrintable(bar->accessibleName()));
+    QCOMPARE(elapsed + times.captured(2).toInt(), 30);
 }
 
 QTEST_MAIN(TestPlayer)

@@ -3,13 +3,18 @@
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QTest>
+#include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <numeric>
 
 namespace {
 constexpr qsizetype kTailSamples = SoundMonitor::kRate / 4;
 constexpr double kLoud = -20;
 constexpr double kSilent = -60;
+// What a recording is measured in: short enough that its edges cost little, long enough for
+// a tone's pitch (20 periods of 440 Hz).
+constexpr qsizetype kSliceSamples = SoundMonitor::kRate / 20;
 } // namespace
 
 SoundMonitor::SoundMonitor(const QString &sink)
@@ -28,18 +33,25 @@ SoundMonitor::~SoundMonitor()
 
 void SoundMonitor::take()
 {
-    m_samples += m_parec.readAllStandardOutput();
+    const QByteArray arrived = m_parec.readAllStandardOutput();
+    if (m_recording)
+        m_recorded += arrived;
+    m_samples += arrived;
     const qsizetype keep = 2 * kRate;
     if (m_samples.size() > keep)
         m_samples.remove(0, m_samples.size() - keep - m_samples.size() % 2);
 }
 
+void SoundMonitor::startOver()
+{
+    QCoreApplication::processEvents();
+    take();
+    m_samples.clear();
+}
+
 bool SoundMonitor::hears(double pitch, int timeoutMs)
 {
-    // Only what is recorded from now on counts.
-    QCoreApplication::processEvents();
-    m_parec.readAllStandardOutput();
-    m_samples.clear();
+    startOver();
     return QTest::qWaitFor(
         [&] {
             take();
@@ -51,9 +63,7 @@ bool SoundMonitor::hears(double pitch, int timeoutMs)
 
 bool SoundMonitor::hearsSilence(int timeoutMs)
 {
-    QCoreApplication::processEvents();
-    m_parec.readAllStandardOutput();
-    m_samples.clear();
+    startOver();
     QElapsedTimer quiet;
     quiet.start();
     return QTest::qWaitFor(
@@ -100,4 +110,65 @@ double SoundMonitor::pitch() const
 QString SoundMonitor::description() const
 {
     return QStringLiteral("%1 dB at %2 Hz").arg(level(), 0, 'f', 1).arg(pitch(), 0, 'f', 0);
+}
+
+bool SoundMonitor::record(int timeoutMs)
+{
+    startOver();
+    m_recorded.clear();
+    m_recording = true;
+    return QTest::qWaitFor(
+        [&] {
+            take();
+            return !m_recorded.isEmpty();
+        },
+        timeoutMs);
+}
+
+QList<double> SoundMonitor::loudSlicePitches()
+{
+    take();
+    QList<double> pitches;
+    const auto *samples = reinterpret_cast<const qint16 *>(m_recorded.constData());
+    const qsizetype count = m_recorded.size() / 2;
+    for (qsizetype start = 0; start + kSliceSamples <= count; start += kSliceSamples) {
+        double sum = 0;
+        int crossings = 0;
+        for (qsizetype i = start; i < start + kSliceSamples; ++i) {
+            sum += double(samples[i]) * samples[i];
+            if (i > start)
+                crossings += (samples[i - 1] < 0) != (samples[i] < 0);
+        }
+        const double level =
+            10 * std::log10(std::max(sum / kSliceSamples, 1e-9) / (32768.0 * 32768.0));
+        if (level > kLoud)
+            pitches << crossings / 2.0 / (double(kSliceSamples) / kRate);
+    }
+    return pitches;
+}
+
+double SoundMonitor::secondsOfTone(double pitch)
+{
+    const QList<double> pitches = loudSlicePitches();
+    const auto slices = std::count_if(pitches.cbegin(), pitches.cend(), [pitch](double heard) {
+        return std::abs(heard - pitch) < pitch * 0.03;
+    });
+    return double(slices) * kSliceSamples / kRate;
+}
+
+double SoundMonitor::secondsOfSound()
+{
+    return double(loudSlicePitches().size()) * kSliceSamples / kRate;
+}
+
+QString SoundMonitor::recordingDescription()
+{
+    const QList<double> pitches = loudSlicePitches();
+    const double mean =
+        pitches.isEmpty() ? 0
+                          : std::accumulate(pitches.cbegin(), pitches.cend(), 0.0) / pitches.size();
+    return QStringLiteral("%1 s of sound at %2 Hz on average, of %3 s recorded")
+        .arg(secondsOfSound(), 0, 'f', 2)
+        .arg(mean, 0, 'f', 0)
+        .arg(double(m_recorded.size() / 2) / kRate, 0, 'f', 2);
 }

@@ -28,10 +28,26 @@ public:
     double pitch() const;
     QString description() const;
 
+    // Keeps all that is recorded from now on, to measure a whole passage by its sound rather
+    // than by any clock: waits until the monitor delivers.
+    bool record(int timeoutMs = 4000);
+    // Of what was kept since record(): seconds of a clear tone of that pitch (within 3%), in
+    // slices of 50 ms.
+    double secondsOfTone(double pitch);
+    // Seconds of any sound that is not silence, and its pitch over them; for messages.
+    double secondsOfSound();
+    QString recordingDescription();
+
 private:
     // Reads what arrived, keeping the last second.
     void take();
+    // Only what is recorded from now on counts for the tail.
+    void startOver();
     QList<qint16> tail() const;
+    // The kept recording's 50 ms slices that are loud, and their pitches.
+    QList<double> loudSlicePitches();
     QProcess m_parec;
     QByteArray m_samples;
+    bool m_recording { false };
+    QByteArray m_recorded;
 };
