@@ -250,6 +250,12 @@ void TestDeleting::deleteKeyOnARow()
     m_screen->tapRow(0);
     QVERIFY(m_screen->waitForHeights({ 54, 54 }));
 
+    // Escape puts Delete away, opening nothing; Return takes it.
+    QTest::keyClick(table, Qt::Key_Delete);
+    QTRY_VERIFY(table->deleteButton()->isVisible());
+    QTest::keyClick(table, Qt::Key_Escape);
+    QVERIFY(!table->deleteButton()->isVisible());
+    QVERIFY(m_screen->waitForHeights({ 54, 54 }));
     QTest::keyClick(table, Qt::Key_Delete);
     QTRY_VERIFY(table->deleteButton()->isVisible());
     QTest::keyClick(table, Qt::Key_Return);

@@ -234,8 +234,9 @@ void TestRows::readingTranscripts()
         QCOMPARE(m_screen->list()->currentSelectedRowIndex()->row, 0);
         return;
     }
-    if (then == "Escape")
-        QTest::keyClick(m_screen->table(), Qt::Key_Escape);
+    if (then == "Escape") // twice: the second finds no open row, and opens none
+        for (int press = 0; press < 2; ++press)
+            QTest::keyClick(m_screen->table(), Qt::Key_Escape);
     else
         m_screen->tapRow(then == "tap" ? 0 : 1);
     QVERIFY(m_screen->waitForHeights(then == "another" ? QList<int> { 54, 108, 54, 54 }
