@@ -9,6 +9,7 @@
 #include <QDir>
 #include <QFileDialog>
 #include <QPushButton>
+#include <QRegularExpression>
 #include <QScopeGuard>
 #include <QTest>
 #include <sys/stat.h>
@@ -26,7 +27,10 @@ private slots:
         m_names = QStringList {
             m_screen->addRecording("TEL", "+15551234567", "15-Nov-2026-22-10-07"),
             m_screen->addRecording("TEL", "PRIVATE", "14-Nov-2026-12-00-00"),
-            m_screen->addRecording("TEL", "+15557654321", "14-Nov-2026-09-00-00"),
+            // A caller's side that names itself as a shell would take apart: each name reaches
+            // zip whole.
+            m_screen->addRecording("TEL", "$HOME;rm *.caf \"q\" 'x'\nbreak",
+                                   "14-Nov-2026-09-00-00"),
         };
     }
 
@@ -67,6 +71,9 @@ private slots:
         if (elsewhere)
             qputenv("XDG_RUNTIME_DIR", folder.path().toLocal8Bit());
         ::umask(022); // as most users have it: zip alone would make an archive anybody can read
+        // What a run cut short left: replaced, not added to.
+        QVERIFY(TestSupport::writeFile(RecordingFiles::workingArchivePath(), "an older archive"));
+        const qint64 logStart = TestSupport::logSize();
         shareRows({ 0, 1, 2 });
         QCOMPARE(alert()->title(), "Share 3 recordings?");
         QCOMPARE(alert()->message(), "Recordings will be compressed to a .zip file");
@@ -89,8 +96,17 @@ private slots:
                                "Compressing files: 66% (2/3)", "\nCurrent file:\n\n" + m_names[2],
                                "Compressing files: 100% (3/3)", "\nCompression finished." }));
         QTRY_VERIFY(!alert());
-        QCOMPARE(TestSupport::zipMembers(archive), m_names);
+        QCOMPARE(TestSupport::zipMembers(archive),
+                 QStringList(m_names).replaceInStrings("\n", "^J"));
         QCOMPARE(TestSupport::fileMode(archive), 0600);
+        // This process's lines: others may write to the same log meanwhile.
+        const QStringList log = TestSupport::logLinesSince(logStart).filter(
+            QString("[%1] ").arg(QCoreApplication::applicationPid()));
+        QVERIFY2(log.filter(QRegularExpression("PD [1-9][0-9]* result 0$")).size() == 3 &&
+                     log.filter("zip destination path " + RecordingFiles::workingArchivePath() +
+                                ", path " + m_names[0])
+                             .size() == 1,
+                 qPrintable(log.join(u'\n')));
         QVERIFY(!QFile::exists(RecordingFiles::workingArchivePath()));
         QVERIFY(!m_screen->list()->isEditing());
 
@@ -174,7 +190,7 @@ private slots:
         qputenv("PATH", path);
 
         QCOMPARE(TestSupport::zipMembers(QString::fromUtf8(TestSupport::readFile(attached))),
-                 QStringList({ m_names[0], m_names[2] }));
+                 QStringList({ m_names[0], m_names[2] }).replaceInStrings("\n", "^J"));
     }
 
     void quittingWithSheetUpLeavesNoArchive()
