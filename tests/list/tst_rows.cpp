@@ -17,6 +17,7 @@
 #include <QProcess>
 #include <QPushButton>
 #include <QScopeGuard>
+#include <QScrollBar>
 #include <QSignalSpy>
 #include <QStandardPaths>
 #include <QTest>
@@ -191,6 +192,9 @@ private slots:
         QVERIFY(!cell->hasPlayer());
         QTRY_VERIFY(!m_screen->cell(1)->hasPlayer());
         QCOMPARE(cell->readerText(), shown);
+        // A transcript longer than the row scrolls, its scroll bar over the text.
+        QVERIFY(contents.size() < 1000 || cell->readerView()->verticalScrollBar()->maximum() > 0);
+        QCOMPARE(cell->readerView()->viewport()->width(), cell->readerView()->width());
         QVERIFY(cell->readerView()->document()->characterCount() > shown.size());
         const QString log = TestSupport::logLinesSince(logStart).join(u'\n') + u'\n';
         QVERIFY(log.contains("did set button selected 1 for button <Button"));
