@@ -4,8 +4,8 @@
 #include "app/NewRecordingNotifier.h"
 #include "app/VantrelApplication.h"
 #include "list/TableController.h"
-#include "toolkit/AlertController.h"
 #include "playback/VantrelPlayer.h"
+#include "toolkit/AlertController.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -70,17 +70,111 @@ class TestNotifications : public QObject
 {
     Q_OBJECT
 private slots:
-    void initTestCase();
-    void cleanupTestCase();
-    void arrivalsWhileAwayAreAnnounced();
-    void playAndCallBackFromNotification();
+    void initTestCase()
+    {
+        m_sound = std::make_unique<PrivateSoundServer>();
+        QVERIFY(m_sound->start());
+        m_root = std::make_unique<QTemporaryDir>();
+        QVERIFY(QDir().mkpath(m_root->filePath("Messages")));
+        m_tone = m_root->filePath("tone.caf");
+        QVERIFY(TestSupport::writeTone(m_tone, 20, "440", { "-c:a", "pcm_s16le" }));
+        arrive("+15550000001", "10-Nov-2026-08-00-00"); // there before launch: never announced
+
+        m_server = std::make_unique<FakeNotifications>();
+        QVERIFY(m_server->run(true));
+        VantrelApplication *app = VantrelApplication::sharedApplication();
+        app->setMessagesDirectory(m_root->filePath("Messages"));
+        app->applicationDidFinishLaunching();
+        QVERIFY(QTest::qWaitForWindowExposed(app->window()));
+        m_elsewhere = std::make_unique<QWidget>();
+        m_elsewhere->show();
+        m_elsewhere->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(m_elsewhere.get()));
+        m_logStart = TestSupport::logSize();
+    }
+
+    void cleanupTestCase()
+    {
+        m_elsewhere.reset();
+        m_server.reset();
+        m_root.reset();
+        m_sound.reset();
+    }
+
+    void arrivalsWhileAwayAreAnnounced()
+    {
+        // A burst: one notification each, in the order they came.
+        arrive("+15551234567", "15-Nov-2026-22-10-07");
+        arrive("PRIVATE", "15-Nov-2026-22-11-00");
+        QTRY_COMPARE(
+            m_server->shown,
+            QStringList({ "New voicemail|+15551234567, 10:10 PM|play,Play,call-back,Call back",
+                          "New voicemail|PRIVATE, 10:11 PM|play,Play,call-back,Call back" }));
+
+        // The badge counts what nobody has listened to: the recording there before launch too.
+        QCOMPARE(m_server->badgeCount, 3);
+
+        // No server: nothing shown, said once in the log however many arrive, and still counted.
+        QVERIFY(m_server->run(false));
+        arrive("+15557654321", "16-Nov-2026-09-00-00");
+        arrive("+15557654322", "16-Nov-2026-09-01-00");
+        QTRY_COMPARE(m_server->badgeCount, 5);
+        // The second one's turn comes a pace after the first's.
+        QTest::qWait(2 * NewRecordingNotifier::kPaceMs);
+        QVERIFY(m_server->run(true));
+        arrive("+15557654323", "16-Nov-2026-09-02-00");
+        // Shown only after the answers to the two before it, on the same connection.
+        QTRY_COMPARE(m_server->shown.size(), 3);
+        QCOMPARE(logLines().size(), 1);
+
+        // With the window in front, nothing is announced or counted.
+        QWidget *window = VantrelApplication::sharedApplication()->window();
+        window->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(window));
+        arrive("+15557654324", "16-Nov-2026-09-03-00");
+        QTRY_COMPARE(list()->entryList().size(), 7);
+        m_elsewhere->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(m_elsewhere.get()));
+        arrive("+15557654325", "16-Nov-2026-09-04-00");
+        QTRY_COMPARE(m_server->shown.size(), 4);
+        QVERIFY(m_server->shown.last().contains("+15557654325"));
+        QCOMPARE(m_server->badgeCount, 8);
+    }
+
+    void playAndCallBackFromNotification()
+    {
+        SoundMonitor speaker("speaker");
+        const QString name = arrive("+15559876543", "17-Nov-2026-12-00-00");
+        QTRY_VERIFY(!m_server->shown.isEmpty() && m_server->shown.last().contains("+15559876543"));
+        const uint id = uint(m_server->shown.size());
+
+        // Play: the window comes to the front with that row open and playing.
+        m_server->press(id, "play");
+        QWidget *window = VantrelApplication::sharedApplication()->window();
+        QVERIFY(QTest::qWaitForWindowActive(window));
+        QTRY_VERIFY(list()->playerController()->isPlaying());
+        QCOMPARE(list()->entryList().at(list()->currentSelectedRowIndex()->row).filename, name);
+        QVERIFY2(speaker.hears(440), qPrintable(speaker.description()));
+
+        // Call back asks, as the row's green button does.
+        m_server->press(id, "call-back");
+        QTRY_VERIFY(window->findChild<AlertController *>());
+        QCOMPARE(window->findChild<AlertController *>()->message(), "Dial +15559876543?");
+    }
 
 private:
     static TableController *list()
     {
         return VantrelApplication::sharedApplication()->tableController();
     }
-    QString arrive(const QString &address, const QString &time);
+
+    QString arrive(const QString &address, const QString &time)
+    {
+        const QString name = TestSupport::recordingName("TEL", address, time);
+        QFile::copy(m_tone, m_root->filePath("Messages/" + name));
+        return name;
+    }
+
     QStringList logLines() const
     {
         return TestSupport::logLinesSince(m_logStart)
@@ -95,104 +189,6 @@ private:
     QString m_tone;
     qint64 m_logStart { 0 };
 };
-
-void TestNotifications::initTestCase()
-{
-    m_sound = std::make_unique<PrivateSoundServer>();
-    QVERIFY(m_sound->start());
-    m_root = std::make_unique<QTemporaryDir>();
-    QVERIFY(QDir().mkpath(m_root->filePath("Messages")));
-    m_tone = m_root->filePath("tone.caf");
-    QVERIFY(TestSupport::writeTone(m_tone, 20, "440", { "-c:a", "pcm_s16le" }));
-    arrive("+15550000001", "10-Nov-2026-08-00-00"); // there before launch: never announced
-
-    m_server = std::make_unique<FakeNotifications>();
-    QVERIFY(m_server->run(true));
-    VantrelApplication *app = VantrelApplication::sharedApplication();
-    app->setMessagesDirectory(m_root->filePath("Messages"));
-    app->applicationDidFinishLaunching();
-    QVERIFY(QTest::qWaitForWindowExposed(app->window()));
-    m_elsewhere = std::make_unique<QWidget>();
-    m_elsewhere->show();
-    m_elsewhere->activateWindow();
-    QVERIFY(QTest::qWaitForWindowActive(m_elsewhere.get()));
-    m_logStart = TestSupport::logSize();
-}
-
-void TestNotifications::cleanupTestCase()
-{
-    m_elsewhere.reset();
-    m_server.reset();
-    m_root.reset();
-    m_sound.reset();
-}
-
-QString TestNotifications::arrive(const QString &address, const QString &time)
-{
-    const QString name = TestSupport::recordingName("TEL", address, time);
-    QFile::copy(m_tone, m_root->filePath("Messages/" + name));
-    return name;
-}
-
-void TestNotifications::arrivalsWhileAwayAreAnnounced()
-{
-    // A burst: one notification each, in the order they came.
-    arrive("+15551234567", "15-Nov-2026-22-10-07");
-    arrive("PRIVATE", "15-Nov-2026-22-11-00");
-    QTRY_COMPARE(m_server->shown,
-                 QStringList({ "New voicemail|+15551234567, 10:10 PM|play,Play,call-back,Call back",
-                               "New voicemail|PRIVATE, 10:11 PM|play,Play,call-back,Call back" }));
-
-    // The badge counts what nobody has listened to: the recording there before launch too.
-    QCOMPARE(m_server->badgeCount, 3);
-
-    // No server: nothing shown, said once in the log however many arrive, and still counted.
-    QVERIFY(m_server->run(false));
-    arrive("+15557654321", "16-Nov-2026-09-00-00");
-    arrive("+15557654322", "16-Nov-2026-09-01-00");
-    QTRY_COMPARE(m_server->badgeCount, 5);
-    // The second one's turn comes a pace after the first's.
-    QTest::qWait(2 * NewRecordingNotifier::kPaceMs);
-    QVERIFY(m_server->run(true));
-    arrive("+15557654323", "16-Nov-2026-09-02-00");
-    // Shown only after the answers to the two before it, on the same connection.
-    QTRY_COMPARE(m_server->shown.size(), 3);
-    QCOMPARE(logLines().size(), 1);
-
-    // With the window in front, nothing is announced or counted.
-    QWidget *window = VantrelApplication::sharedApplication()->window();
-    window->activateWindow();
-    QVERIFY(QTest::qWaitForWindowActive(window));
-    arrive("+15557654324", "16-Nov-2026-09-03-00");
-    QTRY_COMPARE(list()->entryList().size(), 7);
-    m_elsewhere->activateWindow();
-    QVERIFY(QTest::qWaitForWindowActive(m_elsewhere.get()));
-    arrive("+15557654325", "16-Nov-2026-09-04-00");
-    QTRY_COMPARE(m_server->shown.size(), 4);
-    QVERIFY(m_server->shown.last().contains("+15557654325"));
-    QCOMPARE(m_server->badgeCount, 8);
-}
-
-void TestNotifications::playAndCallBackFromNotification()
-{
-    SoundMonitor speaker("speaker");
-    const QString name = arrive("+15559876543", "17-Nov-2026-12-00-00");
-    QTRY_VERIFY(!m_server->shown.isEmpty() && m_server->shown.last().contains("+15559876543"));
-    const uint id = uint(m_server->shown.size());
-
-    // Play: the window comes to the front with that row open and playing.
-    m_server->press(id, "play");
-    QWidget *window = VantrelApplication::sharedApplication()->window();
-    QVERIFY(QTest::qWaitForWindowActive(window));
-    QTRY_VERIFY(list()->playerController()->isPlaying());
-    QCOMPARE(list()->entryList().at(list()->currentSelectedRowIndex()->row).filename, name);
-    QVERIFY2(speaker.hears(440), qPrintable(speaker.description()));
-
-    // Call back asks, as the row's green button does.
-    m_server->press(id, "call-back");
-    QTRY_VERIFY(window->findChild<AlertController *>());
-    QCOMPARE(window->findChild<AlertController *>()->message(), "Dial +15559876543?");
-}
 
 int main(int argc, char *argv[])
 {

@@ -50,7 +50,8 @@ double edgeEnergy(const QImage &image, const QRect &area)
     for (int row = 0; row + 1 < gray.height(); ++row) {
         const uchar *line = gray.constScanLine(row), *below = gray.constScanLine(row + 1);
         for (int column = 0; column + 1 < gray.width(); ++column) {
-            const double across = line[column + 1] - line[column], down = below[column] - line[column];
+            const double across = line[column + 1] - line[column],
+                         down = below[column] - line[column];
             energy += across * across + down * down;
         }
     }
@@ -88,6 +89,7 @@ private:
     QImage drawnOffscreen(const QSize &size, int scale);
 
     QTemporaryDir m_folder;
+    int m_shots = 0;
 };
 
 void TestPhone::initTestCase()
@@ -100,23 +102,18 @@ void TestPhone::initTestCase()
 
 QImage TestPhone::drawnOffscreen(const QSize &size, int scale)
 {
-    const QString path = m_folder.filePath(QStringLiteral("offscreen-%1x%2@%3.png")
-                                               .arg(size.width())
-                                               .arg(size.height())
-                                               .arg(scale));
+    const QString path = m_folder.filePath(QString::number(++m_shots) + ".png");
     QProcess vantrel;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
-    environment.insert(QStringLiteral("QT_SCALE_FACTOR"), QString::number(scale));
+    environment.insert("QT_QPA_PLATFORM", "offscreen");
+    environment.insert("QT_SCALE_FACTOR", QString::number(scale));
     vantrel.setProcessEnvironment(environment);
     vantrel.setProcessChannelMode(QProcess::ForwardedChannels);
-    vantrel.start(QStringLiteral(VANTREL_EXECUTABLE),
-                  { QStringLiteral("--demo"), QStringLiteral("--size"),
-                    QStringLiteral("%1x%2").arg(size.width()).arg(size.height()),
-                    QStringLiteral("--screenshot"), path });
-    if (!vantrel.waitForFinished(kWaitMilliseconds) || vantrel.exitCode() != 0)
-        return {};
-    return QImage(path);
+    vantrel.start(VANTREL_EXECUTABLE,
+                  { "--demo", "--size", QString("%1x%2").arg(size.width()).arg(size.height()),
+                    "--screenshot", path });
+    return vantrel.waitForFinished(kWaitMilliseconds) && vantrel.exitCode() == 0 ? QImage(path)
+                                                                                 : QImage();
 }
 
 void TestPhone::onAPhone_data()
@@ -144,7 +141,8 @@ void TestPhone::onAPhone()
     QTRY_VERIFY_WITH_TIMEOUT(
         phone.windows().value(0).startsWith("title=Vantrel Plus app_id=net.zorvath.vantrel "),
         kWaitMilliseconds);
-    QVERIFY2(phone.windows().value(0).contains(" maximized "), qPrintable(phone.windows().value(0)));
+    QVERIFY2(phone.windows().value(0).contains(" maximized "),
+             qPrintable(phone.windows().value(0)));
 
     // What the phone shows is what the program draws at that size and scale: nothing moved,
     // cut or left over by the compositor's own sizing.
@@ -171,23 +169,23 @@ void TestPhone::onAPhone()
         QVERIFY2(crispness > 0.7, qPrintable(QStringLiteral("%1: %2").arg(part).arg(crispness)));
         const QRectF whole = ink(small, area, 1), drawn = ink(screen, pixels, scale);
         const QMarginsF slack(1, 1, 1, 1);
-        QVERIFY2(drawn.marginsAdded(slack).contains(whole) && whole.marginsAdded(slack).contains(drawn),
-                 qPrintable(QStringLiteral("%1 inked over %2,%3 %4x%5 points, at scale 1 over "
-                                           "%6,%7 %8x%9")
-                                .arg(part)
-                                .arg(drawn.x()).arg(drawn.y()).arg(drawn.width()).arg(drawn.height())
-                                .arg(whole.x()).arg(whole.y()).arg(whole.width()).arg(whole.height())));
+        QString inked;
+        QDebug(&inked) << part << "inked over" << drawn << "points, at scale 1 over" << whole;
+        QVERIFY2(drawn.marginsAdded(slack).contains(whole) &&
+                     whole.marginsAdded(slack).contains(drawn),
+                 qPrintable(inked));
     }
 
     // The whole title, as on a screen with room to spare around it.
     const QImage wide = drawnOffscreen(QSize(2 * kPhone.width(), kPhone.height()), scale);
     QVERIFY(!wide.isNull());
     const QRect title = parts.first().second;
-    QCOMPARE(ink(screen, QRect(title.topLeft() * scale, title.size() * scale), scale).size(),
-             ink(wide, QRect((title.topLeft() + QPoint(kPhone.width() / 2, 0)) * scale,
-                             title.size() * scale),
-                 scale)
-                 .size());
+    QCOMPARE(
+        ink(screen, QRect(title.topLeft() * scale, title.size() * scale), scale).size(),
+        ink(wide,
+            QRect((title.topLeft() + QPoint(kPhone.width() / 2, 0)) * scale, title.size() * scale),
+            scale)
+            .size());
 
     // Turned on its side, the phone's screen is wider than tall: the list fills it as drawn at
     // that size, in the same upright layout.

@@ -406,15 +406,19 @@ private slots:
             QTest::newRow(tag) << name << shown << taps << events << portal << copied;
         };
         const QString archive = "Vantrel-Nov 14 2026 - 09:00:00-Nov 15 2026 - 22:10:07.zip";
+        // Made by zip, as shared archives are, with a name that is not ASCII.
         const QStringList listing { "3 items", "msg-_TEL-_+15551234567-_15-Nov-2026-22-10-07.caf",
                                     "msg-_TEL-_+15551234567-_15-Nov-2026-22-10-07.txt",
-                                    "msg-_FT-_anna.berg@example.com-_02-Nov-2026-18-30-12.caf" };
+                                    "msg-_FT-_søren.öberg@example.dk-_02-Nov-2026-18-30-12.caf" };
         const QStringList once { "options", "preview" };
         const QStringList twice { "options", "options", "preview" };
         row("archive", archive, listing, { "Share", "Cancel", "Done" }, once);
         row("recording", "Daniel.caf", { "Daniel.caf", "Length: 1:05" },
             { "Share", "Cancel", "Escape" }, once);
         row("missing", "gone.caf", { "The file could not be read: %1" },
+            { "Share", "Cancel", "Done" }, once);
+        row("damaged archive", "damaged.zip",
+            { "The archive could not be read: Not a zip archive", "%1" },
             { "Share", "Cancel", "Done" }, once);
         row("Save a Copy…, Escape in the dialog, then Copy", archive, listing,
             { "Share", "Save a Copy…", "Escape", "Share", "Copy", "Done" }, twice, -1, true);
@@ -437,9 +441,14 @@ private slots:
         QVERIFY(portal < 0 || QDBusConnection::sessionBus().registerService(kPortal));
         QGuiApplication::clipboard()->clear();
         const QString path = m_files->filePath(name);
-        if (name.endsWith(".zip")) {
+        if (name == "damaged.zip") {
+            QVERIFY(TestSupport::writeFile(path, "PK but no archive"));
+        } else if (name.endsWith(".zip")) {
+            QDir members(m_files->filePath("members"));
+            for (const QString &member : shown.mid(1))
+                QVERIFY(TestSupport::writeFile(members.filePath(member)));
             QProcess zip;
-            zip.setWorkingDirectory(TestSupport::samplesDirectory());
+            zip.setWorkingDirectory(members.path());
             zip.start("/usr/bin/zip", QStringList { "-q", path } + shown.mid(1));
             QVERIFY(zip.waitForFinished() && zip.exitCode() == 0);
         } else if (name == "Daniel.caf") { // as phones record: Core Audio Format, 65 seconds

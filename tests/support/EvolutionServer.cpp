@@ -1,11 +1,9 @@
 #include "EvolutionServer.h"
 
-#include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
-#include <QDeadlineTimer>
 #include <QDir>
-#include <QThread>
+#include <QTest>
 #include <future>
 
 #undef signals // GLib names a structure field so
@@ -17,19 +15,6 @@ namespace {
 constexpr int kStartMilliseconds = 20000;
 // Saving 1,000 contacts in one call takes a few seconds.
 constexpr int kSaveMilliseconds = 60000;
-
-// Keeps this thread's events flowing (the program under test may run on it) until ready.
-template <typename Ready> bool waitFor(Ready ready, int milliseconds)
-{
-    const QDeadlineTimer deadline(milliseconds);
-    while (!ready()) {
-        if (deadline.hasExpired())
-            return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-        QThread::msleep(5);
-    }
-    return true;
-}
 
 } // namespace
 
@@ -67,8 +52,9 @@ QString EvolutionServer::start()
         process->start(QString::fromLatin1(program), {});
         if (!process->waitForStarted())
             return QStringLiteral("cannot start %1: %2").arg(program, process->errorString());
-        if (!waitFor([&] { return bus->isServiceRegistered(QString::fromLatin1(name)).value(); },
-                     kStartMilliseconds))
+        if (!QTest::qWaitFor(
+                [&] { return bus->isServiceRegistered(QString::fromLatin1(name)).value(); },
+                kStartMilliseconds))
             return QStringLiteral("%1 did not take its name on the bus").arg(program);
     }
     return {};
@@ -127,7 +113,8 @@ QStringList EvolutionServer::change(Change change, const QByteArrayList &items)
         g_main_context_unref(context);
         return uids;
     });
-    if (!waitFor(
+    // This thread's events keep flowing meanwhile: the program under test may run on it.
+    if (!QTest::qWaitFor(
             [&] { return saved.wait_for(std::chrono::seconds(0)) == std::future_status::ready; },
             kSaveMilliseconds)) {
         qWarning("saving contacts: no answer from the address book");
