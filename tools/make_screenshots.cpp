@@ -70,10 +70,12 @@ int main(int argc, char *argv[])
 
     bool ok = save(window, output + "/list.png");
     tapRow(table, 1);
-    // Playing: the knob a second and a half along, the button offering pause.
+    // Playing at one and a half times its speed: the knob a couple of seconds along, the button
+    // offering pause.
     VantrelPlayer *player = application.tableController()->playerController();
     if (!QTest::qWaitFor([&] { return player->playbackButton()->isVisible(); }))
         return 1;
+    QTest::mouseClick(player->speedButton(), Qt::LeftButton);
     QTest::mouseClick(player->playbackButton(), Qt::LeftButton);
     QTest::qWait(1500);
     if (!player->isPlaying())
