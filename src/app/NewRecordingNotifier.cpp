@@ -51,16 +51,21 @@ void NewRecordingNotifier::showNext()
         return;
     }
     const Entry entry = m_waiting.takeFirst();
-    LauncherBadge::setApplicationIconBadgeNumber(int(m_unheard()));
+    const qsizetype unheard = m_unheard();
+    LauncherBadge::setApplicationIconBadgeNumber(int(unheard));
 
     const QString caller = entry.name.isEmpty() ? entry.address : entry.name;
     const QString time =
         entry.date ? QLocale().toString(entry.date->time(), QLocale::ShortFormat) : QString();
+    QString body = time.isEmpty() ? caller : QStringLiteral("%1, %2").arg(caller, time);
+    // With others waiting too, the notification says how many, as the badge does; for the
+    // one alone it would only repeat itself.
+    if (unheard > 1)
+        body += QStringLiteral("\n%1 unheard recordings").arg(unheard);
     QDBusMessage notify =
         QDBusMessage::createMethodCall(kService, kPath, kService, QStringLiteral("Notify"));
     notify << QStringLiteral("Vantrel Plus") << uint(0) << QStringLiteral("net.zorvath.vantrel")
-           << QStringLiteral("New voicemail")
-           << (time.isEmpty() ? caller : QStringLiteral("%1, %2").arg(caller, time))
+           << QStringLiteral("New voicemail") << body
            << QStringList { kPlay, QStringLiteral("Play"), kCallBack, QStringLiteral("Call back") }
            << QVariantMap { { QStringLiteral("desktop-entry"),
                               QStringLiteral("net.zorvath.vantrel") },

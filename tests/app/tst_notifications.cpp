@@ -9,6 +9,7 @@
 
 #include <QDBusConnection>
 #include <QDBusMessage>
+#include <QRegularExpression>
 #include <QDBusMetaType>
 #include <QDir>
 #include <QProcess>
@@ -103,11 +104,13 @@ private slots:
 
     void arrivalsWhileAwayAreAnnounced()
     {
-        // A burst: one notification each, in the order they came.
+        // A burst: one notification each, in the order they came (with how many are unheard by
+        // then, which depends on whether the two came in one event).
         arrive("+15551234567", "15-Nov-2026-22-10-07");
         arrive("PRIVATE", "15-Nov-2026-22-11-00");
         QTRY_COMPARE(
-            m_server->shown,
+            QStringList(m_server->shown)
+                .replaceInStrings(QRegularExpression("\n[23] unheard recordings"), ""),
             QStringList({ "New voicemail|+15551234567, 10:10 PM|play,Play,call-back,Call back",
                           "New voicemail|PRIVATE, 10:11 PM|play,Play,call-back,Call back" }));
 
@@ -137,7 +140,9 @@ private slots:
         QVERIFY(QTest::qWaitForWindowActive(m_elsewhere.get()));
         arrive("+15557654325", "16-Nov-2026-09-04-00");
         QTRY_COMPARE(m_server->shown.size(), 4);
-        QVERIFY(m_server->shown.last().contains("+15557654325"));
+        // Like the badge, it counts what nobody has listened to.
+        QCOMPARE(m_server->shown.last(), "New voicemail|+15557654325, 9:04 AM\n8 unheard "
+                                         "recordings|play,Play,call-back,Call back");
         QCOMPARE(m_server->badgeCount, 8);
     }
 
