@@ -1,4 +1,5 @@
 #include "AudioPlayer.h"
+#include "TempoFilter.h"
 
 #include "AudioPlayerEngine.h"
 
@@ -170,6 +171,11 @@ void AudioPlayer::setCurrentTime(double seconds)
     if (m_status != Status::Ready || !std::isfinite(seconds))
         return;
     seekEngine(std::clamp(seconds, 0.0, m_duration));
+}
+
+bool AudioPlayer::canChangeRate()
+{
+    return TempoFilter::isAvailable();
 }
 
 void AudioPlayer::setRate(double rate)

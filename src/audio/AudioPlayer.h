@@ -93,6 +93,9 @@ public:
     void setRate(double rate);
     static constexpr double kMinimumRate = 0.5;
     static constexpr double kMaximumRate = 2.0;
+    // Whether a rate other than 1 can play: false when the speed module is missing. The first
+    // call loads the module.
+    static bool canChangeRate();
 
     bool isMeteringEnabled() const { return m_meteringEnabled; }
     void setMeteringEnabled(bool enabled) { m_meteringEnabled = enabled; }

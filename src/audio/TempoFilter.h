@@ -1,6 +1,7 @@
 #pragma once
 
 #include "AudioDecoder.h"
+#include "TempoGraph.h"
 
 #include <QString>
 #include <QtGlobal>
@@ -8,9 +9,10 @@
 #include <vector>
 
 // Changes the speed of decoded sound without changing its pitch: FFmpeg's atempo filter (a
-// libavfilter graph of abuffer, atempo and abuffersink) between the decoder and whoever
-// plays. A voice at twice the speed is still the caller's voice, not a chipmunk's. At 1 it
-// hands the frames on untouched. Not thread-safe; one thread drives it.
+// `TempoGraph` from its module) between the decoder and whoever plays. A voice at twice the
+// speed is still the caller's voice, not a chipmunk's. At 1 it hands the frames on untouched,
+// and the module is not loaded until another speed is first asked for. Not thread-safe; one
+// thread drives it.
 class TempoFilter
 {
 public:
@@ -21,9 +23,11 @@ public:
 
     // Starts over at the rate (1 is the recording's own speed), forgetting whatever it holds:
     // what comes in next is the start of a new stretch, as after a seek. False with the
-    // reason in errorString() when FFmpeg cannot build the filter.
+    // reason in errorString() when the filter cannot be built.
     bool reset(double rate);
     double rate() const { return m_rate; }
+    // Whether rates other than 1 can be played: the module is there. The first call loads it.
+    static bool isAvailable();
     QString errorString() const { return m_error; }
     bool hasError() const { return !m_error.isEmpty(); }
 
@@ -39,8 +43,7 @@ public:
     bool atEnd() const { return m_atEnd; }
 
 private:
-    struct Graph;
-    bool fail(const QString &operation, int averror);
+    bool fail(const QString &operation, const QString &reason);
     // Moves what the filter has made into m_pending.
     bool takeOutput();
     void dropRead();
@@ -48,12 +51,12 @@ private:
     AudioDecoder::OutputFormat m_format;
     int m_frameBytes;
     double m_rate { 1 };
-    std::unique_ptr<Graph> m_graph; // none at the recording's own speed
+    std::unique_ptr<TempoGraph> m_graph; // none at the recording's own speed
     // Frames taken out of the filter (or handed through at 1) and not yet read.
     std::vector<char> m_pending;
     std::size_t m_pendingOffset { 0 };
-    qint64 m_written { 0 }; // frames since the reset, the next one's timestamp
     bool m_finished { false };
+    bool m_drained { false }; // the filter has handed out all it will
     bool m_atEnd { false };
     QString m_error;
 };

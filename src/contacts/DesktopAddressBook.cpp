@@ -2,6 +2,7 @@
 
 #include "ContactStore.h"
 #include "core/Log.h"
+#include "core/Module.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
@@ -9,7 +10,6 @@
 #include <QDBusPendingReply>
 #include <QDir>
 #include <QFileInfo>
-#include <QLibrary>
 #include <QPromise>
 #include <QSaveFile>
 #include <QStandardPaths>
@@ -23,25 +23,16 @@ constexpr int kSettleMilliseconds = 1000;
 // Long enough to take a book's first report, which comes in batches, as one.
 constexpr int kWriteMilliseconds = 300;
 
-// The module's entry, looked for in the program's own library folder as installed under any
-// prefix (a package unpacked anywhere finds its own module, never another copy's), then where
-// the build leaves it. Loaded once and never unloaded: the library under it registers types
-// with GLib for good.
+// The module's entry, loaded once: the library under it registers types with GLib for good.
 OpenDesktopBooks moduleEntry()
 {
     static const OpenDesktopBooks entry = [] {
-        const QString program = QFileInfo(QStringLiteral("/proc/self/exe")).canonicalFilePath();
         QString problems;
-        for (const QString &folder :
-             { QFileInfo(program).dir().filePath(QStringLiteral(VANTREL_MODULE_DIR_FROM_PROGRAM)),
-               QStringLiteral(VANTREL_BUILD_MODULE_DIR) }) {
-            QLibrary module(folder + u'/' + QLatin1String(kModuleName));
-            if (auto found = reinterpret_cast<OpenDesktopBooks>(module.resolve(kOpenDesktopBooks)))
-                return found;
-            problems += u' ' + module.errorString() + u';';
-        }
-        mylog(QStringLiteral("ContactStore: desktop address book: no module:%1").arg(problems));
-        return OpenDesktopBooks(nullptr);
+        const auto found = reinterpret_cast<OpenDesktopBooks>(
+            Module::resolve(kModuleName, kOpenDesktopBooks, &problems));
+        if (!found)
+            mylog(QStringLiteral("ContactStore: desktop address book: no module:%1").arg(problems));
+        return found;
     }();
     return entry;
 }

@@ -199,12 +199,12 @@ std::unique_ptr<AudioPlayer> VantrelPlayer::makePlayer() const
     return player;
 }
 
-void VantrelPlayer::showNoOutput()
+void VantrelPlayer::showBanner(const QString &text)
 {
     QWidget *playerView = m_container->parentWidget();
     if (!playerView || playerView == m_shelf.get())
         return;
-    _errorLabel->setText(kNoOutputText);
+    _errorLabel->setText(text);
     _errorView->setParent(playerView);
     _errorView->setGeometry(m_container->geometry());
     setAlpha(_errorView, 1);
@@ -403,6 +403,11 @@ void VantrelPlayer::setRate(double rate)
         std::min_element(kRates.cbegin(), kRates.cend(), [rate](double a, double b) {
             return std::abs(a - rate) < std::abs(b - rate);
         });
+    // Closing the row takes the banner away; the row opens again at the speed it had.
+    if (*nearest != 1 && !AudioPlayer::canChangeRate()) {
+        showBanner(kNoSpeedText);
+        return;
+    }
     const bool changed = *nearest != m_rate;
     m_rate = *nearest;
     m_speedButton->setText(QLocale().toString(m_rate) + QChar(0x00D7)); // "1.5×"
@@ -444,7 +449,7 @@ void VantrelPlayer::audioPlayerDidFinishPlaying(AudioPlayer *, bool successfully
     // The sound server could not be reached (the reason is in the log already): the row says
     // so, rather than offering a play button that only springs back.
     if (!successfully && AudioSession::sharedInstance()->outputName().isEmpty())
-        showNoOutput();
+        showBanner(kNoOutputText);
     if (successfully)
         tellHeard();
     m_progressView->setCurrentTime(0);

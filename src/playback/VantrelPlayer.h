@@ -102,6 +102,9 @@ public:
         QStringLiteral("Failed to load. File is missing.");
     // Play was pressed with no sound server to play on; the controls come back with one.
     static inline const QString kNoOutputText = QStringLiteral("No sound output is available.");
+    // Another speed was asked for and the program's speed module is not installed.
+    static inline const QString kNoSpeedText =
+        QStringLiteral("The speed module is not installed.");
 
 signals:
     // The playing state changed or the player came down: the application applies its
@@ -128,7 +131,8 @@ private:
     void tellHeard();
     void resetErrorView();
     // Covers the open row's controls with the banner, saying that nothing can sound.
-    void showNoOutput();
+    // Shows the red banner with the text in place of the open row's controls.
+    void showBanner(const QString &text);
     // The sound server's outputs changed: a row told there was none gets its controls back.
     void outputChanged();
     void updateAccessibleNames();

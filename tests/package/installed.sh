@@ -33,6 +33,8 @@ done
 installed=$root/usr/bin/vantrel
 module=$(find "$root/usr/lib" -name vantrel-evolution.so)
 [[ -n $module ]] || fail "the module package holds no vantrel-evolution.so"
+[[ -n $(find "$root/usr/lib" -name vantrel-tempo.so) ]] ||
+    fail "the package holds no vantrel-tempo.so: recordings could not play faster"
 
 export QT_QPA_PLATFORM=offscreen TZ=America/New_York LANG=C.UTF-8
 export XDG_RUNTIME_DIR=$work/runtime XDG_CONFIG_HOME=$work/config XDG_DATA_HOME=$work/data

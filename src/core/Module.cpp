@@ -1,0 +1,20 @@
+#include "core/Module.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QLibrary>
+
+QFunctionPointer Module::resolve(const char *module, const char *entry, QString *problems)
+{
+    const QString program = QFileInfo(QStringLiteral("/proc/self/exe")).canonicalFilePath();
+    problems->clear();
+    for (const QString &folder :
+         { QFileInfo(program).dir().filePath(QStringLiteral(VANTREL_MODULE_DIR_FROM_PROGRAM)),
+           QStringLiteral(VANTREL_BUILD_MODULE_DIR) }) {
+        QLibrary library(folder + u'/' + QLatin1String(module));
+        if (const QFunctionPointer found = library.resolve(entry))
+            return found;
+        *problems += u' ' + library.errorString() + u';';
+    }
+    return nullptr;
+}
