@@ -31,6 +31,17 @@ NewRecordingNotifier::NewRecordingNotifier(QWidget *window, std::function<qsizet
                 SLOT(notificationClosed(uint, uint)));
 }
 
+NewRecordingNotifier::~NewRecordingNotifier()
+{
+    // Off the bus while still whole: the bus would otherwise take its hooks down on its own
+    // thread while this object is half destroyed, which crashes now and then at exit.
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    bus.disconnect(kService, kPath, kService, QStringLiteral("ActionInvoked"), this,
+                   SLOT(actionInvoked(uint, QString)));
+    bus.disconnect(kService, kPath, kService, QStringLiteral("NotificationClosed"), this,
+                   SLOT(notificationClosed(uint, uint)));
+}
+
 void NewRecordingNotifier::recordingsArrived(const QList<Entry> &entries)
 {
     if (m_window && m_window->isActiveWindow())

@@ -11,9 +11,9 @@
 
 // Tells the desktop of each recording that arrives while the window is not the active one:
 // a "New voicemail" notification (org.freedesktop.Notifications) with the caller and the
-// time and the actions "Play" and "Call back", and the launcher badge counting what is
-// unheard. It hears
-// of arrivals from the list, which knows what it listed before. A burst is shown one notification at a time, a few a
+// time (and how many are unheard, when others wait too) and the actions "Play" and "Call
+// back", and the launcher badge counting what is unheard. It hears of arrivals from the list,
+// which knows what it listed before. A burst is shown one notification at a time, a few a
 // second at most. Without a notification server only the badge counts.
 class NewRecordingNotifier : public QObject
 {
@@ -25,6 +25,7 @@ public:
     // unheard answers how many listed recordings nobody has listened to: the badge's number.
     NewRecordingNotifier(QWidget *window, std::function<qsizetype()> unheard,
                          QObject *parent = nullptr);
+    ~NewRecordingNotifier() override;
 
 signals:
     // The person chose an action of a recording's notification.
