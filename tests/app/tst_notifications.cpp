@@ -11,7 +11,6 @@
 #include <QDBusMessage>
 #include <QDBusMetaType>
 #include <QDir>
-#include <QProcess>
 #include <QTest>
 
 // A notification server as the desktop runs one, on a connection of its own: it keeps what

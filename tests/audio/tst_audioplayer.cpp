@@ -5,7 +5,6 @@
 #include "audio/AudioSession.h"
 
 #include <cstdio>
-#include <QProcess>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
