@@ -42,9 +42,6 @@ private slots:
             "/opt/dir", "/opt/c.vcf");
         run("size", { "--size", "720x1440" }, {}, {}, "", QSize(720, 1440));
         run("qt's own options pass", { "-platform", "offscreen", "-reverse" });
-        QTest::newRow("help") << QStringList { "--help" } << QStringList {} << int(Action::ShowHelp)
-                              << standard << "" << QSize() << "";
-        fail("unknown", { "--colour" }, "unknown option '--colour' (see --help)");
         fail("stray argument", { "inbox" }, "unexpected argument 'inbox' (see --help)");
         fail("missing value", { "--messages-dir" }, "Missing value after '--messages-dir'.");
         fail("empty value", { "--contacts=" }, "option '--contacts' needs a non-empty value");

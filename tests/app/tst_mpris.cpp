@@ -12,7 +12,6 @@
 #include <QDBusConnection>
 #include <QDir>
 #include <QProcess>
-#include <QSignalSpy>
 #include <QTest>
 
 // The media keys' and panels' view of the application: the real playerctl client on the

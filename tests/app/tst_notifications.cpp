@@ -12,7 +12,6 @@
 #include <QRegularExpression>
 #include <QDBusMetaType>
 #include <QDir>
-#include <QProcess>
 #include <QTest>
 
 // A notification server as the desktop runs one, on a connection of its own: it keeps what

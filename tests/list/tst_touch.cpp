@@ -122,23 +122,6 @@ private slots:
         QTRY_VERIFY(m_screen->cell(1)->filePath() != name);
     }
 
-    // A finger that sets off downwards from the knob moves the list's way, never the recording's
-    // (sideways, it scrubs: below, beside a fingertip's reach of it).
-    void aDownwardPanOnTheKnobScrubsNothing()
-    {
-        openWithPlayer(0);
-        if (QTest::currentTestFailed())
-            return;
-        QWidget *knob = player()->progressView()->findChild<QWidget *>("knob");
-        QList<QPoint> path;
-        for (int i = 0; i <= 5; ++i)
-            path << knob->rect().center() + QPoint(1, 12) * i;
-        touch(path, knob);
-        QCoreApplication::processEvents(); // a scrub step would come queued after its move
-        QCOMPARE(player()->progressView()->elapsedText(), "0:00");
-        QCOMPARE(m_screen->cell(0)->height(), 108);
-    }
-
     void smallControlsTakeAFingertip_data()
     {
         QTest::addColumn<QString>("control");

@@ -6,6 +6,7 @@
 
 #include <QAbstractButton>
 #include <QDir>
+#include <QLabel>
 #include <QScrollBar>
 #include <QTest>
 #include <QVBoxLayout>
@@ -51,6 +52,16 @@ void ListScreen::open(const QString &directory, int width)
 VTCell *ListScreen::cell(int row) const
 {
     return qobject_cast<VTCell *>(table()->cellForRowAtIndexPath({ 0, row }));
+}
+
+QStringList ListScreen::shownNames() const
+{
+    QStringList names;
+    for (int row = 0; row < table()->numberOfRowsInSection(0); ++row) {
+        const VTCell *shown = cell(row);
+        names << (shown ? shown->textLabel()->text() : QStringLiteral("(off screen)"));
+    }
+    return names;
 }
 
 bool ListScreen::useSample(const QString &name)

@@ -34,6 +34,8 @@ public:
     QWidget *window() const { return m_window.get(); }
     TableView *table() const { return m_list->tableView(); }
     VTCell *cell(int row) const;
+    // The caller's name each row shows, in order; "(off screen)" for a row without a cell.
+    QStringList shownNames() const;
     // Replaces a recording with the demo sample of that name, which plays.
     bool useSample(const QString &name);
     // A tap in the middle of a row's upper half, where a user would tap it.
