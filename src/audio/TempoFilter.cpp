@@ -1,6 +1,5 @@
 #include "audio/TempoFilter.h"
 
-#include "core/Log.h"
 #include "core/Module.h"
 
 #include <cstring>
@@ -11,14 +10,8 @@ namespace {
 // The module's entry, looked for once, at the first speed other than the recording's own.
 OpenTempoGraph moduleEntry()
 {
-    static const OpenTempoGraph entry = [] {
-        QString problems;
-        const auto found = reinterpret_cast<OpenTempoGraph>(
-            Module::resolve("vantrel-tempo", kOpenTempoGraph, &problems));
-        if (!found)
-            mylog(QStringLiteral("AudioPlayer: no speed module:%1").arg(problems));
-        return found;
-    }();
+    static const auto entry = reinterpret_cast<OpenTempoGraph>(
+        Module::resolve("vantrel-tempo", kOpenTempoGraph, QStringLiteral("AudioPlayer: speed")));
     return entry;
 }
 

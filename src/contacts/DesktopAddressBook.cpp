@@ -26,14 +26,8 @@ constexpr int kWriteMilliseconds = 300;
 // The module's entry, loaded once: the library under it registers types with GLib for good.
 OpenDesktopBooks moduleEntry()
 {
-    static const OpenDesktopBooks entry = [] {
-        QString problems;
-        const auto found = reinterpret_cast<OpenDesktopBooks>(
-            Module::resolve(kModuleName, kOpenDesktopBooks, &problems));
-        if (!found)
-            mylog(QStringLiteral("ContactStore: desktop address book: no module:%1").arg(problems));
-        return found;
-    }();
+    static const auto entry = reinterpret_cast<OpenDesktopBooks>(Module::resolve(
+        kModuleName, kOpenDesktopBooks, QStringLiteral("ContactStore: desktop address book")));
     return entry;
 }
 
