@@ -98,20 +98,6 @@ private:
     QDBusConnection m_bus;
 };
 
-namespace {
-// What a command prints, or an empty text when it fails.
-QString output(const QString &program, const QStringList &arguments,
-               const QProcessEnvironment &environment)
-{
-    QProcess process;
-    process.setProcessEnvironment(environment);
-    process.start(program, arguments);
-    if (!process.waitForFinished(10000) || process.exitCode() != 0)
-        return QString();
-    return QString::fromLocal8Bit(process.readAllStandardOutput());
-}
-} // namespace
-
 // The application as it is launched, on a Messages directory with two recordings. Each test
 // function runs in a process of its own (see main), so each starts from a fresh launch.
 class TestApplication : public QObject
@@ -308,7 +294,7 @@ private slots:
         // The id of the window titled "Vantrel Plus" that has a class (Qt's own helper windows
         // share the title but have none), once it is there.
         const auto findWindow = [&] {
-            const QString tree = output("xwininfo", { "-root", "-tree" }, environment);
+            const QString tree = TestSupport::output("xwininfo", { "-root", "-tree" }, environment);
             for (const QString &line : tree.split('\n')) {
                 if (line.contains("\"Vantrel Plus\": (\""))
                     return line.trimmed().section(' ', 0, 0);
@@ -318,9 +304,10 @@ private slots:
         // A loaded machine (two test programs and their servers on two cores) can take long.
         QString window;
         QTRY_VERIFY_WITH_TIMEOUT(!(window = findWindow()).isEmpty(), 60000);
-        QCOMPARE(output("xprop", { "-id", window, "WM_CLASS" }, environment).trimmed(),
+        QCOMPARE(TestSupport::output("xprop", { "-id", window, "WM_CLASS" }, environment).trimmed(),
                  "WM_CLASS(STRING) = \"net.zorvath.vantrel\", \"net.zorvath.vantrel\"");
-        const QString hints = output("xprop", { "-id", window, "WM_NORMAL_HINTS" }, environment);
+        const QString hints =
+            TestSupport::output("xprop", { "-id", window, "WM_NORMAL_HINTS" }, environment);
         QVERIFY2(hints.contains("program specified minimum size: 360 by 320"), qPrintable(hints));
         QVERIFY2(!hints.contains("maximum size"), qPrintable(hints));
         ::kill(pid_t(vantrel.processId()), SIGTERM);

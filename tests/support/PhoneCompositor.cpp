@@ -1,5 +1,7 @@
 #include "PhoneCompositor.h"
 
+#include "TestSupport.h"
+
 #include <QDeadlineTimer>
 #include <QFile>
 #include <QStandardPaths>
@@ -85,29 +87,20 @@ QProcessEnvironment PhoneCompositor::environment() const
     return environment;
 }
 
-QString PhoneCompositor::run(const QString &program, const QStringList &arguments, bool *ok) const
-{
-    QProcess process;
-    process.setProcessEnvironment(environment());
-    process.start(program, arguments);
-    const bool finished = process.waitForFinished(10000);
-    if (ok)
-        *ok = finished && process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
-    return QString::fromUtf8(process.readAllStandardOutput());
-}
-
 QImage PhoneCompositor::capture() const
 {
     const QString path = m_runtime.filePath(QStringLiteral("screen.png"));
     bool ok = false;
-    run(QStringLiteral("grim"), { path }, &ok);
+    TestSupport::output(QStringLiteral("grim"), { path }, environment(), &ok);
     return ok ? QImage(path) : QImage();
 }
 
 QStringList PhoneCompositor::windows() const
 {
     QStringList windows;
-    for (const QString &line : run(QString::fromLatin1(kForeignToplevel), {}).split(u'\n')) {
+    for (const QString &line :
+         TestSupport::output(QString::fromLatin1(kForeignToplevel), {}, environment())
+             .split(u'\n')) {
         if (const qsizetype title = line.indexOf(QLatin1String("title=")); title >= 0)
             windows << line.mid(title);
     }
@@ -126,9 +119,10 @@ bool PhoneCompositor::closeFirstWindow()
 bool PhoneCompositor::rotate(int degrees) const
 {
     bool ok = false;
-    run(QStringLiteral("wlr-randr"),
-        { QStringLiteral("--output"), QString::fromLatin1(kOutput), QStringLiteral("--transform"),
-          degrees ? QString::number(degrees) : QStringLiteral("normal") },
-        &ok);
+    TestSupport::output(QStringLiteral("wlr-randr"),
+                        { QStringLiteral("--output"), QString::fromLatin1(kOutput),
+                          QStringLiteral("--transform"),
+                          degrees ? QString::number(degrees) : QStringLiteral("normal") },
+                        environment(), &ok);
     return ok;
 }

@@ -33,8 +33,6 @@ public:
     bool rotate(int degrees) const;
 
 private:
-    QString run(const QString &program, const QStringList &arguments, bool *ok = nullptr) const;
-
     QSize m_pixels;
     int m_scale;
     QTemporaryDir m_runtime;

@@ -115,11 +115,24 @@ int TestSupport::fileMode(const QString &path)
     return int(status.st_mode & 07777);
 }
 
-bool TestSupport::ffmpeg(const QStringList &arguments)
+QString TestSupport::output(const QString &program, const QStringList &arguments,
+                            const QProcessEnvironment &environment, bool *ok)
 {
     QProcess process;
-    process.start("ffmpeg", QStringList { "-hide_banner", "-loglevel", "error", "-y" } + arguments);
-    return process.waitForFinished(120000) && process.exitCode() == 0;
+    process.setProcessEnvironment(environment);
+    process.start(program, arguments);
+    const bool finished = process.waitForFinished(120000);
+    if (ok)
+        *ok = finished && process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
+    return QString::fromUtf8(process.readAllStandardOutput());
+}
+
+bool TestSupport::ffmpeg(const QStringList &arguments)
+{
+    bool ok = false;
+    output("ffmpeg", QStringList { "-hide_banner", "-loglevel", "error", "-y" } + arguments,
+           QProcessEnvironment::systemEnvironment(), &ok);
+    return ok;
 }
 
 bool TestSupport::writeTone(const QString &path, double seconds, const QString &hz,
@@ -133,11 +146,10 @@ bool TestSupport::writeTone(const QString &path, double seconds, const QString &
 
 QStringList TestSupport::zipMembers(const QString &archive)
 {
-    QProcess unzip;
-    unzip.start("unzip", { "-Z1", archive });
-    if (!unzip.waitForFinished() || unzip.exitCode() != 0)
-        return { "(no archive)" };
-    return QString::fromUtf8(unzip.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts);
+    bool ok = false;
+    const QString listed =
+        output("unzip", { "-Z1", archive }, QProcessEnvironment::systemEnvironment(), &ok);
+    return ok ? listed.split('\n', Qt::SkipEmptyParts) : QStringList { "(no archive)" };
 }
 
 QString TestSupport::startXServer(QProcess &server, const QSize &pixels)

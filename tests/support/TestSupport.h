@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QDir>
+#include <QProcessEnvironment>
 #include <QString>
 #include <QStringList>
 #include <QTemporaryDir>
@@ -51,6 +52,11 @@ QString samplesDirectory();
 // answers the display (":N") once the server takes connections; empty if it does not.
 QString startXServer(QProcess &server, const QSize &pixels);
 
+// What a program prints on its standard output, run in environment until it ends (two minutes
+// at the most); ok tells whether it ended with status 0.
+QString output(const QString &program, const QStringList &arguments,
+               const QProcessEnvironment &environment = QProcessEnvironment::systemEnvironment(),
+               bool *ok = nullptr);
 // Runs the ffmpeg tool, quiet and overwriting; answers whether it succeeded.
 bool ffmpeg(const QStringList &arguments);
 // A tone of hz (an expression of t) for seconds at path, in A-law unless encoding says
