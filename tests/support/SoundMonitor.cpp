@@ -5,16 +5,15 @@
 #include <QTest>
 #include <algorithm>
 #include <cmath>
-#include <cstring>
-#include <numeric>
 
 namespace {
-constexpr qsizetype kTailSamples = SoundMonitor::kRate / 4;
-constexpr double kLoud = -20;
-constexpr double kSilent = -60;
+constexpr int kRate = 8000;
+constexpr qsizetype kTailSamples = kRate / 4;
 // What a recording is measured in: short enough that its edges cost little, long enough for
 // a tone's pitch (20 periods of 440 Hz).
-constexpr qsizetype kSliceSamples = SoundMonitor::kRate / 20;
+constexpr qsizetype kSliceSamples = kRate / 20;
+constexpr double kLoud = -20;
+constexpr double kSilent = -60;
 } // namespace
 
 SoundMonitor::SoundMonitor(const QString &sink)
@@ -31,15 +30,31 @@ SoundMonitor::~SoundMonitor()
     m_parec.waitForFinished();
 }
 
+SoundMonitor::Sound SoundMonitor::measure(const QByteArray &samples, qsizetype first,
+                                          qsizetype count)
+{
+    const auto *sample = reinterpret_cast<const qint16 *>(samples.constData()) + first;
+    double sum = 0;
+    int crossings = 0;
+    for (qsizetype i = 0; i < count; ++i) {
+        sum += double(sample[i]) * sample[i];
+        crossings += i > 0 && (sample[i - 1] < 0) != (sample[i] < 0);
+    }
+    const double mean = count > 0 ? sum / double(count) : 0;
+    return { 10 * std::log10(std::max(mean, 1e-9) / (32768.0 * 32768.0)),
+             count > 0 ? crossings / 2.0 / (double(count) / kRate) : 0 };
+}
+
 void SoundMonitor::take()
 {
     const QByteArray arrived = m_parec.readAllStandardOutput();
     if (m_recording)
         m_recorded += arrived;
     m_samples += arrived;
-    const qsizetype keep = 2 * kRate;
-    if (m_samples.size() > keep)
-        m_samples.remove(0, m_samples.size() - keep - m_samples.size() % 2);
+    // Whole samples are removed, so that the first byte kept starts one.
+    const qsizetype extra = m_samples.size() - 2 * kTailSamples;
+    if (extra > 0)
+        m_samples.remove(0, extra - extra % 2);
 }
 
 void SoundMonitor::startOver()
@@ -55,8 +70,9 @@ bool SoundMonitor::hears(double pitch, int timeoutMs)
     return QTest::qWaitFor(
         [&] {
             take();
-            return m_samples.size() >= 2 * kTailSamples && level() > kLoud &&
-                   std::abs(this->pitch() - pitch) < pitch * 0.03;
+            const Sound last = measure(m_samples, 0, m_samples.size() / 2);
+            return m_samples.size() >= 2 * kTailSamples && last.level > kLoud &&
+                   std::abs(last.pitch - pitch) < pitch * 0.03;
         },
         timeoutMs);
 }
@@ -73,43 +89,16 @@ bool SoundMonitor::hearsSilence(int timeoutMs)
             if (m_samples.size() != before)
                 quiet.restart();
             return quiet.hasExpired(500) ||
-                   (m_samples.size() >= 2 * kTailSamples && level() < kSilent);
+                   (m_samples.size() >= 2 * kTailSamples &&
+                    measure(m_samples, 0, m_samples.size() / 2).level < kSilent);
         },
         timeoutMs);
 }
 
-QList<qint16> SoundMonitor::tail() const
-{
-    const qsizetype count = m_samples.size() / 2;
-    const qsizetype taken = std::min(count, kTailSamples);
-    QList<qint16> samples(taken);
-    if (taken > 0)
-        std::memcpy(samples.data(), m_samples.constData() + 2 * (count - taken), 2 * taken);
-    return samples;
-}
-
-double SoundMonitor::level() const
-{
-    const QList<qint16> window = tail();
-    double sum = 0;
-    for (const qint16 sample : window)
-        sum += double(sample) * sample;
-    const double mean = window.isEmpty() ? 0 : sum / double(window.size());
-    return 10 * std::log10(std::max(mean, 1e-9) / (32768.0 * 32768.0));
-}
-
-double SoundMonitor::pitch() const
-{
-    const QList<qint16> window = tail();
-    int crossings = 0;
-    for (qsizetype i = 1; i < window.size(); ++i)
-        crossings += (window[i - 1] < 0) != (window[i] < 0);
-    return window.isEmpty() ? 0 : crossings / 2.0 / (double(window.size()) / kRate);
-}
-
 QString SoundMonitor::description() const
 {
-    return QStringLiteral("%1 dB at %2 Hz").arg(level(), 0, 'f', 1).arg(pitch(), 0, 'f', 0);
+    const Sound last = measure(m_samples, 0, m_samples.size() / 2);
+    return QStringLiteral("%1 dB at %2 Hz").arg(last.level, 0, 'f', 1).arg(last.pitch, 0, 'f', 0);
 }
 
 bool SoundMonitor::record(int timeoutMs)
@@ -125,50 +114,35 @@ bool SoundMonitor::record(int timeoutMs)
         timeoutMs);
 }
 
-QList<double> SoundMonitor::loudSlicePitches()
+QList<SoundMonitor::Sound> SoundMonitor::loudSlices()
 {
     take();
-    QList<double> pitches;
-    const auto *samples = reinterpret_cast<const qint16 *>(m_recorded.constData());
-    const qsizetype count = m_recorded.size() / 2;
-    for (qsizetype start = 0; start + kSliceSamples <= count; start += kSliceSamples) {
-        double sum = 0;
-        int crossings = 0;
-        for (qsizetype i = start; i < start + kSliceSamples; ++i) {
-            sum += double(samples[i]) * samples[i];
-            if (i > start)
-                crossings += (samples[i - 1] < 0) != (samples[i] < 0);
-        }
-        const double level =
-            10 * std::log10(std::max(sum / kSliceSamples, 1e-9) / (32768.0 * 32768.0));
-        if (level > kLoud)
-            pitches << crossings / 2.0 / (double(kSliceSamples) / kRate);
+    QList<Sound> loud;
+    for (qsizetype first = 0; first + kSliceSamples <= m_recorded.size() / 2;
+         first += kSliceSamples) {
+        if (const Sound slice = measure(m_recorded, first, kSliceSamples); slice.level > kLoud)
+            loud << slice;
     }
-    return pitches;
+    return loud;
 }
 
 double SoundMonitor::secondsOfTone(double pitch)
 {
-    const QList<double> pitches = loudSlicePitches();
-    const auto slices = std::count_if(pitches.cbegin(), pitches.cend(), [pitch](double heard) {
-        return std::abs(heard - pitch) < pitch * 0.03;
+    const QList<Sound> loud = loudSlices();
+    const auto slices = std::count_if(loud.cbegin(), loud.cend(), [pitch](const Sound &slice) {
+        return std::abs(slice.pitch - pitch) < pitch * 0.03;
     });
     return double(slices) * kSliceSamples / kRate;
 }
 
-double SoundMonitor::secondsOfSound()
-{
-    return double(loudSlicePitches().size()) * kSliceSamples / kRate;
-}
-
 QString SoundMonitor::recordingDescription()
 {
-    const QList<double> pitches = loudSlicePitches();
-    const double mean =
-        pitches.isEmpty() ? 0
-                          : std::accumulate(pitches.cbegin(), pitches.cend(), 0.0) / pitches.size();
+    const QList<Sound> loud = loudSlices();
+    double pitches = 0;
+    for (const Sound &slice : loud)
+        pitches += slice.pitch;
     return QStringLiteral("%1 s of sound at %2 Hz on average, of %3 s recorded")
-        .arg(secondsOfSound(), 0, 'f', 2)
-        .arg(mean, 0, 'f', 0)
+        .arg(double(loud.size()) * kSliceSamples / kRate, 0, 'f', 2)
+        .arg(loud.isEmpty() ? 0 : pitches / double(loud.size()), 0, 'f', 0)
         .arg(double(m_recorded.size() / 2) / kRate, 0, 'f', 2);
 }

@@ -12,8 +12,6 @@
 class SoundMonitor
 {
 public:
-    static constexpr int kRate = 8000;
-
     explicit SoundMonitor(const QString &sink);
     ~SoundMonitor();
 
@@ -22,10 +20,7 @@ public:
     // Waits until the last quarter second recorded is silent, or nothing was recorded for
     // half a second.
     bool hearsSilence(int timeoutMs = 4000);
-    // Of the last quarter second recorded: its level in dB of full scale and its pitch in Hz
-    // from the zero crossings; for messages.
-    double level() const;
-    double pitch() const;
+    // The last quarter second's level and pitch; for messages.
     QString description() const;
 
     // Keeps all that is recorded from now on, to measure a whole passage by its sound rather
@@ -34,18 +29,24 @@ public:
     // Of what was kept since record(): seconds of a clear tone of that pitch (within 3%), in
     // slices of 50 ms.
     double secondsOfTone(double pitch);
-    // Seconds of any sound that is not silence, and its pitch over them; for messages.
-    double secondsOfSound();
+    // Its seconds of any sound that is not silence, and their pitch; for messages.
     QString recordingDescription();
 
 private:
-    // Reads what arrived, keeping the last second.
+    // In dB of full scale, and in Hz from the zero crossings.
+    struct Sound
+    {
+        double level;
+        double pitch;
+    };
+    static Sound measure(const QByteArray &samples, qsizetype first, qsizetype count);
+    // Reads what arrived, keeping the last quarter second.
     void take();
-    // Only what is recorded from now on counts for the tail.
+    // Only what is recorded from now on counts for the last quarter second.
     void startOver();
-    QList<qint16> tail() const;
-    // The kept recording's 50 ms slices that are loud, and their pitches.
-    QList<double> loudSlicePitches();
+    // The kept recording's 50 ms slices that are loud.
+    QList<Sound> loudSlices();
+
     QProcess m_parec;
     QByteArray m_samples;
     bool m_recording { false };
