@@ -39,11 +39,16 @@ private:
         return VantrelApplication::sharedApplication()->tableController();
     }
     static VantrelPlayer *player() { return list()->playerController(); }
-    // Runs playerctl without blocking the event loop, which answers it; its output, trimmed.
-    static QString playerctl(const QStringList &arguments);
+    // Runs a client of the bus without blocking the event loop, which answers it; its output
+    // and errors, trimmed.
+    static QString run(const QString &program, const QStringList &arguments);
+    static QString playerctl(const QStringList &arguments)
+    {
+        return run("playerctl", QStringList { "--player=vantrel" } + arguments);
+    }
     static void tapFirstRow() { ListScreen::tapRow(list()->tableView(), 0); }
-    // Reads and writes a property of the player as any client on the bus does (dbus-send),
-    // without blocking the event loop that answers it: the value read, trimmed, or the error.
+    // Reads and writes a property of the player as any client on the bus does (dbus-send):
+    // the value read, or the error.
     static QString busProperty(const QString &name, const QString &setTo = QString());
 
     std::unique_ptr<PrivateSoundServer> m_sound;
@@ -81,12 +86,12 @@ void TestMpris::cleanupTestCase()
     m_sound.reset();
 }
 
-QString TestMpris::playerctl(const QStringList &arguments)
+QString TestMpris::run(const QString &program, const QStringList &arguments)
 {
     QProcess client;
-    client.start("playerctl", QStringList { "--player=vantrel" } + arguments);
+    client.start(program, arguments);
     if (!QTest::qWaitFor([&] { return client.state() == QProcess::NotRunning; }, 10000))
-        return "(playerctl hangs)";
+        return "(" + program + " hangs)";
     return QString::fromUtf8(client.readAllStandardOutput() + client.readAllStandardError())
         .trimmed();
 }
@@ -144,23 +149,19 @@ void TestMpris::controlsAndScreenFollowEachOther()
 
 QString TestMpris::busProperty(const QString &name, const QString &setTo)
 {
+    const QString method = setTo.isNull() ? "Get" : "Set";
     QStringList arguments { "--session", "--print-reply", "--dest=org.mpris.MediaPlayer2.vantrel",
                             "/org/mpris/MediaPlayer2" };
-    arguments << (setTo.isNull() ? "org.freedesktop.DBus.Properties.Get"
-                                 : "org.freedesktop.DBus.Properties.Set")
+    arguments << "org.freedesktop.DBus.Properties." + method
               << "string:org.mpris.MediaPlayer2.Player"
               << "string:" + name;
     if (!setTo.isNull())
         arguments << "variant:double:" + setTo;
-    QProcess client;
-    client.start("dbus-send", arguments);
-    if (!QTest::qWaitFor([&] { return client.state() == QProcess::NotRunning; }, 10000))
-        return "(dbus-send hangs)";
-    if (client.exitCode() != 0)
-        return QString::fromUtf8(client.readAllStandardError()).trimmed();
-    // "   variant       double 1.5" after the header line; nothing after a Set.
-    const QString reply = QString::fromUtf8(client.readAllStandardOutput()).trimmed();
-    return reply.contains("variant") ? reply.split(' ', Qt::SkipEmptyParts).last() : QString();
+    // "   variant       double 1.5" after the header line, which alone follows a Set.
+    const QString reply = run("dbus-send", arguments);
+    if (reply.contains("variant"))
+        return reply.split(' ', Qt::SkipEmptyParts).last();
+    return reply.startsWith("method return") ? QString() : reply;
 }
 
 void TestMpris::theSpeedFromAPanel()
@@ -170,30 +171,14 @@ void TestMpris::theSpeedFromAPanel()
     QCOMPARE(busProperty("MaximumRate"), "2");
     QCOMPARE(busProperty("Rate"), "1");
 
+    // The row's button shows the speed asked, which the row's sound follows as it does the
+    // button's own; for rates it does not offer, the nearest, or nothing outside the range.
     tapFirstRow();
     QTRY_VERIFY(player()->speedButton()->isVisible());
     m_rates.clear();
-    QCOMPARE(busProperty("Rate", "2"), QString());
-    QTRY_COMPARE(player()->speedButton()->text(), "2×");
-    QTRY_COMPARE(m_rates, QList<double> { 2 });
-    QCOMPARE(busProperty("Rate"), "2");
-
-    // It is heard: the last four seconds of the first tone go by in two.
-    SoundMonitor speaker("speaker");
-    playerctl({ "position", "26" });
-    QVERIFY(speaker.record());
-    playerctl({ "play" });
-    QVERIFY2(speaker.hears(880, 10000), qPrintable(speaker.description()));
-    playerctl({ "pause" });
-    QVERIFY(speaker.hearsSilence());
-    const double first = speaker.secondsOfTone(440);
-    qInfo("the 4 s from 26 s to 30 s took %.2f s", first);
-    QVERIFY2(std::abs(first - 2) < 0.3, qPrintable(speaker.recordingDescription()));
-
-    // Rates the row does not offer: the nearest speed, or nothing outside the range.
     const QList<std::pair<QString, QString>> asked {
-        { "1.3", "1.5×" }, { "1.2", "1×" }, { "5", "1×" },
-        { "0.5", "1×" },   { "-1", "1×" },  { "1.9", "2×" },
+        { "2", "2×" },   { "1.3", "1.5×" }, { "1.2", "1×" }, { "5", "1×" },
+        { "0.5", "1×" }, { "-1", "1×" },    { "1.9", "2×" },
     };
     for (const auto &[rate, shown] : asked) {
         QCOMPARE(busProperty("Rate", rate), QString());
