@@ -34,13 +34,15 @@ private:
     // reacts at once; a silent stream of low latency keeps each sink at a device's pace.
     void keepBusy(const QString &sink);
 
-    QTemporaryDir m_dir;
     struct Stop
     {
         void operator()(QProcess *process) const;
     };
-    std::map<QString, std::unique_ptr<QProcess, Stop>> m_keepBusy;
+    using Process = std::unique_ptr<QProcess, Stop>;
+
+    QTemporaryDir m_dir;
+    std::map<QString, Process> m_keepBusy;
     QString m_socket;
     // The server's processes, the one that speaks to clients last.
-    std::vector<std::unique_ptr<QProcess>> m_server;
+    std::vector<Process> m_server;
 };
