@@ -1,7 +1,6 @@
 #include "ListScreen.h"
 #include "TestSupport.h"
 #include "playback/VantrelPlayer.h"
-#include "toolkit/BarButton.h"
 #include "toolkit/Label.h"
 #include "toolkit/NavigationBar.h"
 #include "toolkit/View.h"
@@ -51,11 +50,8 @@ private slots:
             return 0.2126 * linear(c.redF()) + 0.7152 * linear(c.greenF()) +
                    0.0722 * linear(c.blueF());
         };
-        bool initials = false;
-        for (int y = 0; y < disc.height(); ++y)
-            for (int x = 0; x < disc.width(); ++x)
-                initials = initials || disc.pixelColor(x, y) == QColor(Qt::white);
-        QVERIFY(initials);
+        QVERIFY(TestSupport::draws(first->imageView(), first->imageView()->rect(),
+                                   [](const QColor &c) { return c == Qt::white; }));
         const QColor grey = disc.pixelColor(disc.width() / 8, disc.height() / 2);
         const double contrast = (luminance(Qt::white) + 0.05) / (luminance(grey) + 0.05);
         QVERIFY2(contrast >= 3, qPrintable(QString::number(contrast)));
@@ -103,20 +99,19 @@ private slots:
         QTest::addColumn<QString>("directory");
         QTest::addColumn<QString>("says");
         QTest::addColumn<QString>("logged"); // empty: nothing
-        const QString unreadable = "The voicemail folder cannot be read.";
-        QTest::newRow("empty") << "empty"
-                               << "No voicemails"
-                               << "";
+        const auto row = [](const char *tag, const char *directory, const char *logged = "") {
+            QTest::newRow(tag) << QString(directory)
+                               << (*logged ? "The voicemail folder cannot be read."
+                                           : "No voicemails")
+                               << QString(logged);
+        };
+        row("empty", "empty");
         // The recording side has not made its directory yet, or has taken it away.
-        QTest::newRow("not made yet") << "missing"
-                                      << "No voicemails"
-                                      << "";
-        QTest::newRow("removed while shown") << "removed"
-                                             << "No voicemails"
-                                             << "";
-        QTest::newRow("a file in its place") << "file" << unreadable << "Not a directory";
+        row("not made yet", "missing");
+        row("removed while shown", "removed");
+        row("a file in its place", "file", "Not a directory");
         if (geteuid() != 0) // permissions do not hold root back
-            QTest::newRow("no permission") << "locked" << unreadable << "Permission denied";
+            row("no permission", "locked", "Permission denied");
     }
 
     void aListWithoutRowsSaysWhy()
@@ -171,7 +166,7 @@ private slots:
         QTRY_COMPARE(m_screen->list()->numberOfRowsInSection(0), directory == "locked" ? 2 : 1);
         QVERIFY(!label->isVisible());
         QVERIFY(editDrawn());
-        QCOMPARE(editButton()->text(), "Edit");
+        QCOMPARE(m_screen->navigation()->navigationBar()->leftButton()->text(), "Edit");
         QVERIFY(clickOnEditEntersEditMode());
     }
 
@@ -204,24 +199,21 @@ private slots:
             VTCell *open = m_screen->cell(0);
             const VantrelPlayer *player = m_screen->list()->playerController();
             QTRY_VERIFY(open->hasPlayer());
-            const QRect speaker(player->speakerButton()->mapTo(open, QPoint()),
-                                player->speakerButton()->size());
-            QTRY_COMPARE(speaker.right(), now - 11);
-            const QRect speed(player->speedButton()->mapTo(open, QPoint()),
-                              player->speedButton()->size());
+            const auto in = [&](QWidget *control) {
+                return QRect(control->mapTo(open, QPoint()), control->size());
+            };
+            QTRY_COMPARE(in(player->speakerButton()).right(), now - 11);
+            const QRect speaker = in(player->speakerButton()), speed = in(player->speedButton());
             QVERIFY2(speed.right() < speaker.left() && speed.right() > speaker.left() - 5,
                      qPrintable(QString::number(speed.right())));
-            const int barEnd =
-                player->progressView()->mapTo(open, QPoint()).x() + player->progressView()->width();
+            const int barEnd = in(player->progressView()).right() + 1;
             QVERIFY2(barEnd > speed.left() - 12 && barEnd <= speed.left(),
                      qPrintable(QString::number(barEnd)));
         }
     }
 
 private:
-    BarButton *editButton() const { return m_screen->navigation()->navigationBar()->leftButton(); }
     // Whether "Edit" is drawn in the bar, and whether a click where it stands enters edit mode.
-
     bool editDrawn() const
     {
         NavigationBar *bar = m_screen->navigation()->navigationBar();
@@ -231,9 +223,8 @@ private:
     bool clickOnEditEntersEditMode()
     {
         NavigationBar *bar = m_screen->navigation()->navigationBar();
-        QTest::mouseClick(bar->childAt(20, bar->height() / 2) ? bar->childAt(20, bar->height() / 2)
-                                                              : static_cast<QWidget *>(bar),
-                          Qt::LeftButton, {}, QPoint(20, bar->height() / 2));
+        QWidget *at = bar->childAt(20, bar->height() / 2);
+        QTest::mouseClick(at ? at : bar, Qt::LeftButton, {}, QPoint(20, bar->height() / 2));
         const bool editing = m_screen->list()->isEditing();
         if (editing)
             m_screen->list()->setEditing(false, false);
