@@ -85,7 +85,7 @@ QVector<double> crossings(const QVector<float> &samples, int rate)
 
 // When the tones turn from 440 Hz to 1 kHz after from: the start of the first period shorter
 // than either tone could make alone; -1 when there is none.
-double turnAfter(const QVector<double> &crossings, double from = 0)
+double turnAfter(const QVector<double> &crossings, double from)
 {
     for (qsizetype i = 1; i < crossings.size(); ++i)
         if (crossings[i - 1] >= from && crossings[i] - crossings[i - 1] < 0.0015)
@@ -180,11 +180,6 @@ private slots:
                 QCOMPARE_LT(std::abs(decoder.averagePowerForChannel(channel) - (peak - 3.0)), 1.5);
             }
         }
-        // Whatever the codec's packets, the turn is 0.1 s into what follows a seek to 0.9 s.
-        QVERIFY(decoder.seek(0.9));
-        QCOMPARE_LT(std::abs(turnAfter(crossings(readAll(decoder, outputRate / 5), outputRate)) -
-                             0.1 - lead),
-                    0.005);
     }
 
     void refusesOrSurvivesBrokenFiles_data()
