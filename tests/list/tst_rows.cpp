@@ -204,25 +204,19 @@ private slots:
         QVERIFY(
             log.contains(" VantrelLog : CELL TEXT " + (shown.isNull() ? "(null)" : shown) + "\n"));
 
-        if (then == "read again") {
-            // The second tap hides the transcript; the row stays open, without a player.
+        if (then == "read again") // the row stays open, without a player
             QTest::mouseClick(cell->readButton(), Qt::LeftButton);
-            QTRY_VERIFY(cell->textLabel()->isVisible());
-            QVERIFY(!cell->readerView()->isVisible());
-            QVERIFY(m_screen->waitForHeights({ 108, 54, 54, 54 }));
-            QCOMPARE(m_screen->list()->currentSelectedRowIndex()->row, 0);
-            return;
-        }
-        if (then == "Escape") // twice: the second finds no open row, and opens none
+        else if (then == "Escape") // twice: the second finds no open row, and opens none
             for (int press = 0; press < 2; ++press)
                 QTest::keyClick(m_screen->table(), Qt::Key_Escape);
         else
             m_screen->tapRow(then == "tap" ? 0 : 1);
-        QVERIFY(m_screen->waitForHeights(then == "another" ? QList<int> { 54, 108, 54, 54 }
-                                                           : QList<int> { 54, 54, 54, 54 }));
-        // The closed row shows its name and date again, not two lines of transcript.
+        QVERIFY(m_screen->waitForHeights(then == "read again" ? QList<int> { 108, 54, 54, 54 }
+                                         : then == "another"  ? QList<int> { 54, 108, 54, 54 }
+                                                              : QList<int> { 54, 54, 54, 54 }));
+        // The row shows its name and date again, not two lines of transcript.
+        QTRY_VERIFY(cell->textLabel()->isVisible() && cell->detailTextLabel()->isVisible());
         QVERIFY(!cell->readerView()->isVisible());
-        QVERIFY(cell->textLabel()->isVisible() && cell->detailTextLabel()->isVisible());
         QVERIFY(!cell->readButton()->isSelected());
     }
 
@@ -272,7 +266,7 @@ private slots:
         const qint64 logStart = TestSupport::logSize();
         // When nothing is to be dialed, Daniel (row 1) is dialed next: a dial handed on before his
         // would come to the dialer first.
-        for (int row = 0; row < (url.isEmpty() ? 2 : 1); ++row) {
+        for (int row = 0; row < (url.isEmpty() && !noDialer ? 2 : 1); ++row) {
             QTest::mouseClick(m_screen->cell(row)->phoneButton(), Qt::LeftButton);
             QVERIFY(alert());
             QCOMPARE(alert()->title(), "Vantrel");
@@ -296,14 +290,12 @@ private slots:
                 QTRY_VERIFY(alert() && alert()->message() == told);
                 QTest::mouseClick(alert()->buttonForAction("Okay"), Qt::LeftButton);
                 QVERIFY(TestSupport::logLinesSince(logStart).join('\n').contains("call back: "));
-                if (noDialer)
-                    break;
             }
             QTRY_VERIFY(!alert());
         }
-        if (noDialer)
-            return;
-        QTRY_COMPARE(dialed(), QStringList(url.isEmpty() ? QString("tel://+15551234567") : url));
+        QTRY_COMPARE(dialed(), noDialer        ? QStringList()
+                               : url.isEmpty() ? QStringList("tel://+15551234567")
+                                               : QStringList(url));
         QVERIFY(!m_screen->list()->currentSelectedRowIndex()); // dialing selects nothing
     }
 

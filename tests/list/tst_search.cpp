@@ -1,5 +1,5 @@
-// Finding a recording: Ctrl+F or a pull on the list shows the search field, and what is typed
-// there leaves the rows whose caller, number or transcript holds it.
+// Finding a recording: Ctrl+F (or a pull on the list, which tst_touch makes) shows the search
+// field, and what is typed there leaves the rows whose caller, number or transcript holds it.
 #include "ListScreen.h"
 #include "TestSupport.h"
 #include "toolkit/AlertController.h"
@@ -8,7 +8,6 @@
 #include <QDir>
 #include <QLabel>
 #include <QLineEdit>
-#include <QPointingDevice>
 #include <QPushButton>
 #include <QScrollBar>
 #include <QTest>
@@ -120,22 +119,6 @@ private slots:
         QCOMPARE(m_screen->shownNames(), QStringList {});
         QTest::keyClick(field(), Qt::Key_Escape);
         QCOMPARE(m_screen->table()->numberOfRowsInSection(0), 24);
-    }
-
-    void aPullAtTheTopShowsTheField()
-    {
-        std::unique_ptr<QPointingDevice> finger(QTest::createTouchDevice());
-        QWidget *viewport = m_screen->table()->viewport();
-        QTest::touchEvent(m_screen->window(), finger.get()).press(0, QPoint(150, 60), viewport);
-        for (int y = 70; y <= 260; y += 10) {
-            QTest::qWait(16);
-            QTest::touchEvent(m_screen->window(), finger.get()).move(0, QPoint(150, y), viewport);
-        }
-        QTest::touchEvent(m_screen->window(), finger.get()).release(0, QPoint(150, 260), viewport);
-        QTRY_VERIFY(field()->isVisible());
-        QVERIFY(field()->hasFocus());
-        // Nothing was opened by the pull.
-        QVERIFY(!m_screen->list()->openEntry());
     }
 
 private:

@@ -2,8 +2,10 @@
 #include "TestSupport.h"
 #include "playback/VantrelPlayer.h"
 #include "toolkit/AlertController.h"
+#include "toolkit/SearchBar.h"
 
 #include <QDir>
+#include <QLineEdit>
 #include <QPointingDevice>
 #include <QPushButton>
 #include <QScrollBar>
@@ -58,6 +60,19 @@ private slots:
         QCOMPARE(viewport()->width(), table()->width()); // the scroll bar lies over the rows
         for (const TableViewCell *cell : table()->visibleCells())
             QVERIFY(cell->height() == 54 && !static_cast<const VTCell *>(cell)->hasPlayer());
+    }
+
+    // A pull at the top of the list shows the search field, and opens nothing.
+    void aPullAtTheTopShowsTheSearchField()
+    {
+        QList<QPoint> path;
+        for (int y = 60; y <= 260; y += 10)
+            path << QPoint(150, y);
+        touch(path);
+        QLineEdit *field = m_screen->list()->searchBar()->field();
+        QTRY_VERIFY(field->isVisible());
+        QVERIFY(field->hasFocus());
+        QVERIFY(!m_screen->list()->openEntry());
     }
 
     void aFlickCoastsAndBouncesAtTheEnd_data()
