@@ -21,7 +21,6 @@ class TestMpris : public QObject
     Q_OBJECT
 private slots:
     void initTestCase();
-    void cleanupTestCase();
     void controlsAndScreenFollowEachOther();
     void theSpeedFromAPanel();
 
@@ -51,18 +50,16 @@ private:
     // the value read, or the error.
     static QString busProperty(const QString &name, const QString &setTo = QString());
 
-    std::unique_ptr<PrivateSoundServer> m_sound;
-    std::unique_ptr<QTemporaryDir> m_root;
+    PrivateSoundServer m_sound;
+    QTemporaryDir m_root;
     QList<qlonglong> m_seeked;
     QList<double> m_rates; // as the bus announced them
 };
 
 void TestMpris::initTestCase()
 {
-    m_sound = std::make_unique<PrivateSoundServer>();
-    QVERIFY(m_sound->start());
-    m_root = std::make_unique<QTemporaryDir>();
-    const QString messages = m_root->filePath("Messages");
+    QVERIFY(m_sound.start());
+    const QString messages = m_root.filePath("Messages");
     QVERIFY(QDir().mkpath(messages));
     // Half a minute at 440 Hz, then half a minute at 880 Hz: where playback is can be heard.
     QVERIFY(TestSupport::writeTone(
@@ -78,12 +75,6 @@ void TestMpris::initTestCase()
     app->setMessagesDirectory(messages);
     app->applicationDidFinishLaunching();
     QVERIFY(QTest::qWaitForWindowExposed(app->window()));
-}
-
-void TestMpris::cleanupTestCase()
-{
-    m_root.reset();
-    m_sound.reset();
 }
 
 QString TestMpris::run(const QString &program, const QStringList &arguments)

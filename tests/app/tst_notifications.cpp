@@ -9,9 +9,9 @@
 
 #include <QDBusConnection>
 #include <QDBusMessage>
-#include <QRegularExpression>
 #include <QDBusMetaType>
 #include <QDir>
+#include <QRegularExpression>
 #include <QTest>
 
 // A notification server as the desktop runs one, on a connection of its own: it keeps what
@@ -72,33 +72,21 @@ class TestNotifications : public QObject
 private slots:
     void initTestCase()
     {
-        m_sound = std::make_unique<PrivateSoundServer>();
-        QVERIFY(m_sound->start());
-        m_root = std::make_unique<QTemporaryDir>();
-        QVERIFY(QDir().mkpath(m_root->filePath("Messages")));
-        m_tone = m_root->filePath("tone.caf");
+        QVERIFY(m_sound.start());
+        QVERIFY(QDir().mkpath(m_root.filePath("Messages")));
+        m_tone = m_root.filePath("tone.caf");
         QVERIFY(TestSupport::writeTone(m_tone, 20, "440", { "-c:a", "pcm_s16le" }));
         arrive("+15550000001", "10-Nov-2026-08-00-00"); // there before launch: never announced
 
-        m_server = std::make_unique<FakeNotifications>();
-        QVERIFY(m_server->run(true));
+        QVERIFY(m_server.run(true));
         VantrelApplication *app = VantrelApplication::sharedApplication();
-        app->setMessagesDirectory(m_root->filePath("Messages"));
+        app->setMessagesDirectory(m_root.filePath("Messages"));
         app->applicationDidFinishLaunching();
         QVERIFY(QTest::qWaitForWindowExposed(app->window()));
-        m_elsewhere = std::make_unique<QWidget>();
-        m_elsewhere->show();
-        m_elsewhere->activateWindow();
-        QVERIFY(QTest::qWaitForWindowActive(m_elsewhere.get()));
+        m_elsewhere.show();
+        m_elsewhere.activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(&m_elsewhere));
         m_logStart = TestSupport::logSize();
-    }
-
-    void cleanupTestCase()
-    {
-        m_elsewhere.reset();
-        m_server.reset();
-        m_root.reset();
-        m_sound.reset();
     }
 
     void arrivalsWhileAwayAreAnnounced()
@@ -108,25 +96,25 @@ private slots:
         arrive("+15551234567", "15-Nov-2026-22-10-07");
         arrive("PRIVATE", "15-Nov-2026-22-11-00");
         QTRY_COMPARE(
-            QStringList(m_server->shown)
+            QStringList(m_server.shown)
                 .replaceInStrings(QRegularExpression("\n[23] unheard recordings"), ""),
             QStringList({ "New voicemail|+15551234567, 10:10 PM|play,Play,call-back,Call back",
                           "New voicemail|PRIVATE, 10:11 PM|play,Play,call-back,Call back" }));
 
         // The badge counts what nobody has listened to: the recording there before launch too.
-        QCOMPARE(m_server->badgeCount, 3);
+        QCOMPARE(m_server.badgeCount, 3);
 
         // No server: nothing shown, said once in the log however many arrive, and still counted.
-        QVERIFY(m_server->run(false));
+        QVERIFY(m_server.run(false));
         arrive("+15557654321", "16-Nov-2026-09-00-00");
         arrive("+15557654322", "16-Nov-2026-09-01-00");
-        QTRY_COMPARE(m_server->badgeCount, 5);
+        QTRY_COMPARE(m_server.badgeCount, 5);
         // The second one's turn comes a pace after the first's.
         QTest::qWait(2 * NewRecordingNotifier::kPaceMs);
-        QVERIFY(m_server->run(true));
+        QVERIFY(m_server.run(true));
         arrive("+15557654323", "16-Nov-2026-09-02-00");
         // Shown only after the answers to the two before it, on the same connection.
-        QTRY_COMPARE(m_server->shown.size(), 3);
+        QTRY_COMPARE(m_server.shown.size(), 3);
         QCOMPARE(logLines().size(), 1);
 
         // With the window in front, nothing is announced or counted.
@@ -135,25 +123,25 @@ private slots:
         QVERIFY(QTest::qWaitForWindowActive(window));
         arrive("+15557654324", "16-Nov-2026-09-03-00");
         QTRY_COMPARE(list()->entryList().size(), 7);
-        m_elsewhere->activateWindow();
-        QVERIFY(QTest::qWaitForWindowActive(m_elsewhere.get()));
+        m_elsewhere.activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(&m_elsewhere));
         arrive("+15557654325", "16-Nov-2026-09-04-00");
-        QTRY_COMPARE(m_server->shown.size(), 4);
+        QTRY_COMPARE(m_server.shown.size(), 4);
         // Like the badge, it counts what nobody has listened to.
-        QCOMPARE(m_server->shown.last(), "New voicemail|+15557654325, 9:04 AM\n8 unheard "
-                                         "recordings|play,Play,call-back,Call back");
-        QCOMPARE(m_server->badgeCount, 8);
+        QCOMPARE(m_server.shown.last(), "New voicemail|+15557654325, 9:04 AM\n8 unheard "
+                                        "recordings|play,Play,call-back,Call back");
+        QCOMPARE(m_server.badgeCount, 8);
     }
 
     void playAndCallBackFromNotification()
     {
         SoundMonitor speaker("speaker");
         const QString name = arrive("+15559876543", "17-Nov-2026-12-00-00");
-        QTRY_VERIFY(!m_server->shown.isEmpty() && m_server->shown.last().contains("+15559876543"));
-        const uint id = uint(m_server->shown.size());
+        QTRY_VERIFY(!m_server.shown.isEmpty() && m_server.shown.last().contains("+15559876543"));
+        const uint id = uint(m_server.shown.size());
 
         // Play: the window comes to the front with that row open and playing.
-        m_server->press(id, "play");
+        m_server.press(id, "play");
         QWidget *window = VantrelApplication::sharedApplication()->window();
         QVERIFY(QTest::qWaitForWindowActive(window));
         QTRY_VERIFY(list()->playerController()->isPlaying());
@@ -161,7 +149,7 @@ private slots:
         QVERIFY2(speaker.hears(440), qPrintable(speaker.description()));
 
         // Call back asks, as the row's green button does.
-        m_server->press(id, "call-back");
+        m_server.press(id, "call-back");
         QTRY_VERIFY(window->findChild<AlertController *>());
         QCOMPARE(window->findChild<AlertController *>()->message(), "Dial +15559876543?");
     }
@@ -175,7 +163,7 @@ private:
     QString arrive(const QString &address, const QString &time)
     {
         const QString name = TestSupport::recordingName("TEL", address, time);
-        QFile::copy(m_tone, m_root->filePath("Messages/" + name));
+        QFile::copy(m_tone, m_root.filePath("Messages/" + name));
         return name;
     }
 
@@ -186,10 +174,10 @@ private:
             .filter("no notification shown");
     }
 
-    std::unique_ptr<PrivateSoundServer> m_sound;
-    std::unique_ptr<QTemporaryDir> m_root;
-    std::unique_ptr<FakeNotifications> m_server;
-    std::unique_ptr<QWidget> m_elsewhere; // another window, which has the focus
+    PrivateSoundServer m_sound;
+    QTemporaryDir m_root;
+    FakeNotifications m_server;
+    QWidget m_elsewhere; // another window, which has the focus
     QString m_tone;
     qint64 m_logStart { 0 };
 };
