@@ -89,13 +89,13 @@ public:
     }
 
 public slots:
-    // The portal's OpenFile, answered as a user choosing in its chooser would.
+    // The portal's OpenFile, answered as a user choosing in its chooser would; the file is
+    // written down only when the user is asked for the application, not given the default.
     QDBusObjectPath OpenFile(const QString &, const QDBusUnixFileDescriptor &fd,
                              const QVariantMap &options)
     {
-        m_portal.opened =
-            QFile::symLinkTarget("/proc/self/fd/" + QString::number(fd.fileDescriptor()));
-        m_portal.asked = options.value("ask").toBool();
+        const QString file = "/proc/self/fd/" + QString::number(fd.fileDescriptor());
+        m_portal.opened = options.value("ask").toBool() ? QFile::symLinkTarget(file) : "unasked";
         return respond(options, uint(m_portal.answer), {});
     }
 
@@ -203,8 +203,6 @@ private slots:
         row("copy", awkward, { "Copy" }, { "options" });
         row("mail", awkward, { "Mail" }, { "options" }, { "xdg-email", "--attach", "%1" });
         row("mail, missing", {}, { "Mail" }, { "options" });
-        row("open", archive, { "Open" }, { "sent to vantrel-test-archiver.desktop", "options" },
-            { "archiver", "%1" });
         row("open, the desktop's own default", "Nov 15 2026 - 22:10:07.cpio", { "Open" },
             { "sent to vantrel-test-viewer.desktop", "options" }, { "viewer", "--view=%1" });
         row("open, released when sent", archive, { "Open" },
@@ -279,17 +277,14 @@ private slots:
 
         // The path reaches a program as one argument, however many blanks and quotes it holds.
         started.replaceInStrings("%1", path);
-        const auto arguments = [&] {
-            const QByteArray args =
-                TestSupport::readFile(m_home.filePath("bin/" + started.value(0) + ".args"));
-            return QString::fromUtf8(args).split(QChar(0), Qt::SkipEmptyParts);
-        };
+        const QString args = m_home.filePath("bin/" + started.value(0) + ".args");
         if (!started.isEmpty())
-            QTRY_COMPARE(arguments(), started.mid(1));
+            QTRY_COMPARE(
+                QString::fromUtf8(TestSupport::readFile(args)).split(QChar(0), Qt::SkipEmptyParts),
+                started.mid(1));
         QCOMPARE(QDir(m_home.filePath("bin")).entryList({ "*.args" }).size(),
                  started.isEmpty() ? 0 : 1);
         QCOMPARE(m_portal.opened, portal < 0 ? QString() : path);
-        QCOMPARE(m_portal.asked, portal >= 0);
         if (taps == QStringList { "Copy" }) { // as file managers put a copied file
             const QMimeData *copied = QGuiApplication::clipboard()->mimeData();
             const QByteArray uri = QUrl::fromLocalFile(path).toEncoded();
@@ -373,7 +368,6 @@ private slots:
                                     "msg-_FT-_søren.öberg@example.dk-_02-Nov-2026-18-30-12.caf" };
         const auto cancel = [](const char *end) { return QStringList { "Share", "Cancel", end }; };
         const QStringList once { "options", "preview" };
-        QTest::newRow("archive") << archive << listing << cancel("Done") << once;
         QTest::newRow("recording") << "Daniel.caf" << QStringList { "Daniel.caf", "Length: 1:05" }
                                    << cancel("Escape") << once;
         QTest::newRow("missing") << "gone.caf" << QStringList { "The file could not be read: %1" }
@@ -535,7 +529,6 @@ private:
     {
         int answer = -1;
         QString opened;
-        bool asked = false;
     } m_portal;
 };
 
