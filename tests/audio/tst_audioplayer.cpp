@@ -48,7 +48,6 @@ class TestAudioPlayer : public QObject
 private slots:
     void initTestCase();
     void init();
-    void cleanup();
     void interruptions_data();
     void interruptions();
     void aPlayingStreamIsNamedAndOutlivesItsFile();
@@ -78,11 +77,6 @@ void TestAudioPlayer::initTestCase()
 void TestAudioPlayer::init()
 {
     m_listener.calls.clear();
-    AudioSession::sharedInstance()->setCategory(AudioSession::AVAudioSessionCategoryPlayback);
-}
-
-void TestAudioPlayer::cleanup()
-{
     AudioSession::sharedInstance()->setCategory(AudioSession::AVAudioSessionCategoryPlayback);
 }
 
