@@ -90,7 +90,7 @@ private slots:
         // The file damaged in each of these ways: never a crash, and nothing counts as heard.
         for (const QByteArray &contents :
              { QByteArray(), QByteArray("[General]\nheard=all\n"), written.left(written.size() - 4),
-               QByteArray("\x00\xff\xfe\x01" + written, written.size() + 4) }) {
+               QByteArray("\x00\xff\xfe\x01", 4) + written }) {
             QVERIFY(TestSupport::writeFile(file, contents));
             m_screen->open();
             QVERIFY2(dotDrawn(0) && dotDrawn(1), contents.toHex().constData());
