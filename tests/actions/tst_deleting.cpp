@@ -7,7 +7,6 @@
 
 #include <QApplication>
 #include <QDir>
-#include <QDirIterator>
 #include <QPushButton>
 #include <QTest>
 
@@ -53,7 +52,8 @@ private slots:
         row("escape to bytes that are no text", {}, "%FF.caf", {}, false);
         row("escaped slash", {}, "..%2Fsecret.caf", {}, false);
         row("escaped parent", {}, "%2E%2E", {}, false);
-        row("folder", { "dir.caf/inner" }, "dir.caf", { "dir.caf", "dir.caf/inner" }, false);
+        row("folder", { "dir.caf/inner" }, "dir.caf", { "dir.caf" }, false);
+        row("link, not what it points to", {}, "link.caf", {}, true);
     }
 
     void removesOnlyWhatWasChosen()
@@ -70,7 +70,8 @@ private slots:
         // What a decoded "../secret.caf" would reach, and a link from inside to it.
         QVERIFY(TestSupport::writeFile(root.filePath("secret.caf")));
         QVERIFY(QFile::link(root.filePath("secret.caf"), messages + "/link.caf"));
-        left << "link.caf";
+        if (chosen != "link.caf")
+            left << "link.caf";
 
         Entry entry;
         entry.filename = chosen;
@@ -79,18 +80,8 @@ private slots:
         QCOMPARE(deleter.removePaths(deleter.pathsToRemove({ entry })), removed);
         QCOMPARE(TestSupport::logLinesSince(logStart).filter("delete error ").size(),
                  removed ? 0 : 1);
-
-        entry.filename = "link.caf";
-        QVERIFY(deleter.removePaths(deleter.pathsToRemove({ entry })));
-        left.removeOne("link.caf");
-        QStringList remaining;
-        QDirIterator it(messages, QDir::AllEntries | QDir::NoDotAndDotDot | QDir::System,
-                        QDirIterator::Subdirectories);
-        while (it.hasNext())
-            remaining << QDir(messages).relativeFilePath(it.next());
-        remaining.sort();
         left.sort();
-        QCOMPARE(remaining, left);
+        QCOMPARE(onDisk(messages), left);
         QVERIFY(QFile::exists(root.filePath("secret.caf")));
     }
 
@@ -241,9 +232,9 @@ private slots:
     }
 
 private:
-    QStringList onDisk() const
+    QStringList onDisk(const QString &folder = {}) const
     {
-        return QDir(m_screen->messages())
+        return QDir(folder.isNull() ? m_screen->messages() : folder)
             .entryList(QDir::Files | QDir::Dirs | QDir::NoDotAndDotDot | QDir::System, QDir::Name);
     }
     AlertController *alert() const { return m_screen->alert(); }
