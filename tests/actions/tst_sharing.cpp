@@ -14,6 +14,9 @@
 #include <QTest>
 #include <sys/stat.h>
 
+// Where the archive of the three recordings of each case goes.
+const QString kArchive = "/tmp/Vantrel-Nov 14 2026 - 09:00:00-Nov 15 2026 - 22:10:07.zip";
+
 // Sharing recordings as a user does it: one straight to the share sheet, several packed into
 // a dated archive under a progress alert; and what is left on disk afterwards.
 class TestSharing : public QObject
@@ -49,8 +52,8 @@ private slots:
     void cleanup()
     {
         m_screen.reset();
-        QFile::remove(archiveOf(2, 0));
-        QDir(archiveOf(2, 0)).removeRecursively();
+        QFile::remove(kArchive);
+        QDir(kArchive).removeRecursively();
     }
 
     // The dated name is met in the tests below; a recording without a date names its end by now.
@@ -101,7 +104,6 @@ private slots:
                 [&](const QString &m) { heard << m; });
 
         // The preview of the dated archive, named last row first; edit mode is over.
-        const QString archive = archiveOf(2, 0);
         QTRY_VERIFY(m_screen->window()->findChild<DocumentPreview *>());
         QCOMPARE(heard,
                  QStringList({ "Compressing files: 0% (0/3)", "\nStarting...",
@@ -110,7 +112,7 @@ private slots:
                                "Compressing files: 66% (2/3)", "\nCurrent file:\n\n" + m_names[2],
                                "Compressing files: 100% (3/3)", "\nCompression finished." }));
         QTRY_VERIFY(!alert());
-        QCOMPARE(TestSupport::fileMode(archive), 0600);
+        QCOMPARE(TestSupport::fileMode(kArchive), 0600);
         // This process's lines: others may write to the same log meanwhile.
         const QStringList log = TestSupport::logLinesSince(logStart).filter(
             QString("[%1] ").arg(QCoreApplication::applicationPid()));
@@ -126,16 +128,16 @@ private slots:
         press("Share");
         press("Mail");
         QTRY_VERIFY(QFile::exists(attached()));
-        QVERIFY(QFile::exists(archive));
+        QVERIFY(QFile::exists(kArchive));
         if (quit) {
             press("Share");
             press("Save a Copy…");
             QTRY_VERIFY(m_screen->window()->findChild<QFileDialog *>());
             m_screen.reset(); // as the program ends, on a closed window or a signal
-            QVERIFY(!QFile::exists(archive));
+            QVERIFY(!QFile::exists(kArchive));
         } else {
             press("Done");
-            QTRY_VERIFY(!QFile::exists(archive));
+            QTRY_VERIFY(!QFile::exists(kArchive));
             QCOMPARE(QDir(m_screen->messages()).entryList(QDir::Files).size(), 3);
         }
         QCOMPARE(TestSupport::zipMembers(QString::fromUtf8(TestSupport::readFile(attached()))),
@@ -159,7 +161,7 @@ private slots:
     void occupiedArchiveName()
     {
         // Something that cannot be replaced sits where the archive goes.
-        QVERIFY(QDir().mkpath(archiveOf(2, 0) + "/not yours"));
+        QVERIFY(QDir().mkpath(kArchive + "/not yours"));
         shareRows({ 0, 1, 2 });
         QTest::mouseClick(alert()->buttonForAction("Zip and Share"), Qt::LeftButton);
         QTRY_COMPARE(alert() ? alert()->title() : QString(), "File preparation error.");
@@ -167,7 +169,7 @@ private slots:
         QTest::mouseClick(alert()->buttonForAction("Okay"), Qt::LeftButton);
         QVERIFY(m_screen->window()->findChild<DocumentPreview *>());
         press("Done");
-        QVERIFY(QFileInfo::exists(archiveOf(2, 0) + "/not yours"));
+        QVERIFY(QFileInfo::exists(kArchive + "/not yours"));
     }
 
     void oneRecordingGoesToSheet()
@@ -177,10 +179,7 @@ private slots:
         QVERIFY(QDir().mkpath(messages));
         QVERIFY(
             QFile::rename(m_screen->messages() + '/' + m_names[0], messages + '/' + m_names[0]));
-        m_screen->open(messages);
-        press("Edit");
-        m_screen->tapRow(0);
-        press("Share");
+        shareRows({ 0 }, messages);
 
         // Straight to the sheet, no question and no archive; edit mode is over.
         QVERIFY(alert());
@@ -195,20 +194,13 @@ private:
     AlertController *alert() const { return m_screen->alert(); }
     void press(const QString &name) { m_screen->press(name); }
 
-    void shareRows(const QList<int> &rows)
+    void shareRows(const QList<int> &rows, const QString &messages = {})
     {
-        m_screen->open();
+        m_screen->open(messages);
         press("Edit");
         for (const int row : rows)
             m_screen->tapRow(row);
         press("Share");
-    }
-
-    QString archiveOf(int last, int first) const
-    {
-        const QStringList dates { "Nov 15 2026 - 22:10:07", "Nov 14 2026 - 12:00:00",
-                                  "Nov 14 2026 - 09:00:00" };
-        return QString("/tmp/Vantrel-%1-%2.zip").arg(dates[last], dates[first]);
     }
 
     QString attached() const { return m_home.filePath("attached"); }
