@@ -1,4 +1,5 @@
 #include "PhoneCompositor.h"
+#include "TestSupport.h"
 
 #include <QPainter>
 #include <QProcess>
@@ -103,17 +104,15 @@ void TestPhone::initTestCase()
 QImage TestPhone::drawnOffscreen(const QSize &size, int scale)
 {
     const QString path = m_folder.filePath(QString::number(++m_shots) + ".png");
-    QProcess vantrel;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert("QT_QPA_PLATFORM", "offscreen");
     environment.insert("QT_SCALE_FACTOR", QString::number(scale));
-    vantrel.setProcessEnvironment(environment);
-    vantrel.setProcessChannelMode(QProcess::ForwardedChannels);
-    vantrel.start(VANTREL_EXECUTABLE,
-                  { "--demo", "--size", QString("%1x%2").arg(size.width()).arg(size.height()),
-                    "--screenshot", path });
-    return vantrel.waitForFinished(kWaitMilliseconds) && vantrel.exitCode() == 0 ? QImage(path)
-                                                                                 : QImage();
+    bool drawn = false;
+    TestSupport::output(VANTREL_EXECUTABLE,
+                        { "--demo", "--size", QString("%1x%2").arg(size.width()).arg(size.height()),
+                          "--screenshot", path },
+                        environment, &drawn);
+    return drawn ? QImage(path) : QImage();
 }
 
 void TestPhone::onAPhone_data()
