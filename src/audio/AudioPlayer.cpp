@@ -1,7 +1,7 @@
 #include "AudioPlayer.h"
-#include "TempoFilter.h"
 
 #include "AudioPlayerEngine.h"
+#include "TempoFilter.h"
 
 #include <algorithm>
 #include <cmath>
