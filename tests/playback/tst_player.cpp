@@ -92,7 +92,6 @@ VantrelPlayer *TestPlayer::openRow(double seconds, const QString &hz)
 {
     m_screen = std::make_unique<ListScreen>();
     const QString name = TestSupport::recordingName("TEL", "+15551234567", "15-Nov-2026-22-10-07");
-    QDir().mkpath(m_screen->messages());
     if (!TestSupport::writeTone(m_screen->messages() + '/' + name, seconds, hz))
         return nullptr;
     m_screen->open();
@@ -244,7 +243,6 @@ void TestPlayer::theListGoesOnWhileAnHourLongRecordingOpens()
     // An hour of MP3 without a header that states its length, renamed .caf: its length is
     // found by decoding all of it.
     m_screen = std::make_unique<ListScreen>();
-    QDir().mkpath(m_screen->messages());
     const QString hour = TestSupport::recordingName("TEL", "+15551234567", "15-Nov-2026-22-10-07");
     const QString minute =
         TestSupport::recordingName("TEL", "+15557654321", "14-Nov-2026-09-00-00");
@@ -336,7 +334,6 @@ void TestPlayer::theSpeedGoesRoundIsHeardAtOnceAndHoldsForTheNextRecording()
 {
     // Two recordings of four seconds at 440 Hz, then four at 1 kHz.
     m_screen = std::make_unique<ListScreen>();
-    QDir().mkpath(m_screen->messages());
     for (const char *time : { "15-Nov-2026-22-10-07", "14-Nov-2026-09-00-00" })
         QVERIFY(TestSupport::writeTone(m_screen->messages() + '/' +
                                            TestSupport::recordingName("TEL", "+15551234567", time),
