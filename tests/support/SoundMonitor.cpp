@@ -70,9 +70,9 @@ bool SoundMonitor::hears(double pitch, int timeoutMs)
     return QTest::qWaitFor(
         [&] {
             take();
-            const Sound last = measure(m_samples, 0, m_samples.size() / 2);
-            return m_samples.size() >= 2 * kTailSamples && last.level > kLoud &&
-                   std::abs(last.pitch - pitch) < pitch * 0.03;
+            const Sound heard = last();
+            return m_samples.size() >= 2 * kTailSamples && heard.level > kLoud &&
+                   std::abs(heard.pitch - pitch) < pitch * 0.03;
         },
         timeoutMs);
 }
@@ -89,16 +89,15 @@ bool SoundMonitor::hearsSilence(int timeoutMs)
             if (m_samples.size() != before)
                 quiet.restart();
             return quiet.hasExpired(500) ||
-                   (m_samples.size() >= 2 * kTailSamples &&
-                    measure(m_samples, 0, m_samples.size() / 2).level < kSilent);
+                   (m_samples.size() >= 2 * kTailSamples && last().level < kSilent);
         },
         timeoutMs);
 }
 
 QString SoundMonitor::description() const
 {
-    const Sound last = measure(m_samples, 0, m_samples.size() / 2);
-    return QStringLiteral("%1 dB at %2 Hz").arg(last.level, 0, 'f', 1).arg(last.pitch, 0, 'f', 0);
+    const Sound heard = last();
+    return QStringLiteral("%1 dB at %2 Hz").arg(heard.level, 0, 'f', 1).arg(heard.pitch, 0, 'f', 0);
 }
 
 bool SoundMonitor::record(int timeoutMs)

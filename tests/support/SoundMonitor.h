@@ -40,6 +40,8 @@ private:
         double pitch;
     };
     static Sound measure(const QByteArray &samples, qsizetype first, qsizetype count);
+    // The last quarter second's, which is all that take() keeps.
+    Sound last() const { return measure(m_samples, 0, m_samples.size() / 2); }
     // Reads what arrived, keeping the last quarter second.
     void take();
     // Only what is recorded from now on counts for the last quarter second.
